@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "foundation/byte_array.h"
+#include "foundation/file_io.h"
+#include "mp4/box.h"
+#include "mp4/container_boxes.h"
+
+class GPSInfo;
+
+namespace MP4 {
+
+class SpatialTrim;
+
+// A movie file and its parsed box tree. Every edit parses the file again
+// afterwards, so no box reference outlives an edit.
+class Container {
+public:
+    static constexpr uint64_t kAll = ~uint64_t(0);
+
+    using FileFn = std::function<void(QVMX::FileIO&)>;
+    using EditFn = std::function<bool(BinFile&)>;
+    // Writes the whole new file; sets position to where its new content starts.
+    using CopyFn = std::function<bool(BinFile& source, BinFile& destination, uint64_t& position)>;
+    using FixFn = std::function<bool(Container& temporary, BinFile& file)>;
+
+    Container() = default;
+    Container(const Container&) = delete;
+    Container& operator=(const Container&) = delete;
+    ~Container();
+
+    // --- the tree -------------------------------------------------------
+    // Opens path for reading and parses bytes 0..end; false when it cannot
+    // be opened (the tree is then empty).
+    bool attach(const std::wstring& path, uint64_t end = kAll);
+    void parse(BinFile& file, uint64_t end);
+    void dump() const;
+    void find(const char* path, const BoxCallback& fn);
+    void find(const std::string& path, const BoxCallback& fn) { find(path.c_str(), fn); }
+    void if_not_found(const char* path, const std::function<void()>& fn);
+
+    const std::wstring& path() const { return path_; }
+    const std::wstring& outputPath() const { return outputPath_; }
+    // When set, the next copy-frame rewrite writes there and the container
+    // then describes that file.
+    void setOutputPath(const std::wstring& output) { outputPath_ = output; }
+
+    ROOT* root() const { return root_.get(); }
+    BOX* mdat() const { return mdat_; }
+    BOX* moov() const { return moov_; }
+    BOX* videoTrack() const { return videoTrack_; }
+
+    // --- rewrite frames and chunk offsets --------------------------------
+    bool open(const FileFn& fn);
+    bool open_a(const FileFn& fn);
+    bool modifyContainer(const std::wstring& name, const EditFn& fn);
+    bool modifyContainer(const std::wstring& name, const CopyFn& copyFn, const FixFn& fixA,
+                         const FixFn& fixB);
+    bool insertBox(const std::wstring& name, const BOX& box, bool replace, const EditFn& writeFn,
+                   const FixFn& fixA, const FixFn& fixB);
+    bool replaceUdta(uint64_t size, const ByteArray& bytes);
+    static bool modifyBoxSize(BinFile& file, const BOX& box, int64_t delta);
+    bool modifySTCOIndex(BinFile& file, int64_t delta);
+    bool modifySpatialTrakSTCOIndex(BinFile& file, int64_t delta);
+
+    // --- relayout and time stamps ------------------------------------------
+    bool isMdatFirst() const;
+    bool moovFirst();
+    bool updateTimeStamp(uint64_t time);
+
+    // --- metadata boxes ----------------------------------------------------
+    bool build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& gps);
+    bool appendLocations(const GPSInfo& gps);
+    bool removeBadLOCI();
+    bool build_sphericalVideoXmlBOX(BOX*& found, ByteArray& out, const std::string& xml);
+    bool appendSphericalVideoXML(const std::string& xml);
+    bool appendLocationAndSphericalVideoXML(const GPSInfo& gps, const std::string& xml);
+    bool appendXMP(const std::string& xmp);
+    bool appendAxis(const std::string& payload);
+    bool isSpatialDataExist();
+    bool appendSpatialData(QVMX::FileIO& source, uint64_t offset, uint64_t size);
+    bool trimSpatialData(QVMX::FileIO& source, uint64_t offset, const SpatialTrim& sound);
+    bool overwriteSpatialDataOffset(uint64_t oldOffset);
+
+    // --- H.264 parameter sets ------------------------------------------------
+    bool appendFullRangeAndConstrainedSet1Flag(bool fullRange);
+
+private:
+    void forget();
+
+    std::wstring path_;
+    std::wstring outputPath_;
+    std::unique_ptr<ROOT> root_;
+    BOX* mdat_ = nullptr;
+    BOX* moov_ = nullptr;
+    BOX* videoTrack_ = nullptr;
+};
+
+}  // namespace MP4

@@ -1,0 +1,88 @@
+#include "mp4/uuid_box.h"
+
+#include <cwchar>
+
+#include "foundation/console.h"
+#include "mp4/container_boxes.h"
+
+namespace MP4 {
+
+const UserType SphericalXML::_UUID = {0xff, 0xcc, 0x82, 0x63, 0xf8, 0x55, 0x4a, 0x93,
+                                      0x88, 0x14, 0x58, 0x7a, 0x02, 0x52, 0x1f, 0xdd};
+const UserType XMP::_UUID = {0xbe, 0x7a, 0xcf, 0xcb, 0x97, 0xa9, 0x42, 0xe8,
+                             0x9c, 0x71, 0x99, 0x94, 0x91, 0xe3, 0xaf, 0xac};
+const UserType AXIS::_UUID = {0x8e, 0x4e, 0x1f, 0x97, 0x81, 0xf3, 0x4d, 0x59,
+                              0x97, 0xb5, 0xff, 0x05, 0xa2, 0x7c, 0xdb, 0x7b};
+const UserType SpatialData::_UUID = {0x28, 0xf3, 0x11, 0xe2, 0xb7, 0x91, 0x4f, 0x6f,
+                                     0x94, 0xe2, 0x4f, 0x5d, 0xea, 0xcb, 0x3c, 0x01};
+
+namespace {
+constexpr uint64_t kPayloadPiece = 512;
+}
+
+UUID::UUID(const UserType& userType_, std::string_view payload_)
+    : NestedBox(0, 0, payload_.size() + kHeaderSize, fourcc("uuid"), nullptr),
+      userType(userType_),
+      payload(payload_.data(), payload_.size()) {}
+
+bool UUID::hasChild() const { return isKind(SpatialData::_UUID); }
+
+void UUID::parseBox(BinFile& file, uint64_t end_) {
+    limitTo(file, end_);
+    file.readBytes(userType.data(), userType.size());
+    payload.clear();
+    if (isKind(SpatialData::_UUID)) {
+        parseChildren(file, end_);
+        return;
+    }
+    if (size <= kHeaderSize) return;
+    // Only the bytes really present are read, in pieces.
+    uint64_t left = std::min(size - kHeaderSize, file.remaining());
+    uint8_t piece[kPayloadPiece];
+    while (left > 0) {
+        const uint64_t n = std::min(left, kPayloadPiece);
+        if (!file.readBytes(piece, n)) break;
+        if (!payload.append(piece, n)) break;
+        left -= n;
+    }
+}
+
+std::unique_ptr<BOX> UUID::allocChild(BOX& header) {
+    if (hasChild() && header.isType(fourcc("KATR"))) {
+        // The spatial audio track is a complete track box.
+        return std::make_unique<TRAK>(BOX::Header{header});
+    }
+    return NestedBox::allocChild(header);
+}
+
+void UUID::dump() const {
+    wchar_t text[40];
+    std::swprintf(text, 40,
+                  L"%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x",
+                  userType[0], userType[1], userType[2], userType[3], userType[4], userType[5],
+                  userType[6], userType[7], userType[8], userType[9], userType[10],
+                  userType[11], userType[12], userType[13], userType[14], userType[15]);
+    QVMX::Console::out(L"MP4: %ls<%ls uuid=%ls >\n", indent().c_str(), basicTag().c_str(), text);
+}
+
+ByteArray UUID::to_byteArray() const {
+    ByteArray out;
+    out.append32be(static_cast<uint32_t>(payload.size + kHeaderSize));
+    out.append("uuid");
+    out.append(userType.data(), userType.size());
+    out.append(payload.data, payload.size);
+    return out;
+}
+
+bool UUID::write(QVMX::FileIO& file) const {
+    const ByteArray bytes = to_byteArray();
+    uint64_t done = 0;
+    while (done < bytes.size) {
+        const uint64_t put = file.write(bytes.data + done, bytes.size - done);
+        if (put == QVMX::FileIO::kError || put == 0) break;
+        done += put;
+    }
+    return done == payload.size + kHeaderSize;
+}
+
+}  // namespace MP4

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <array>
+#include <string_view>
+
+#include "foundation/byte_array.h"
+#include "foundation/file_io.h"
+#include "mp4/box.h"
+
+namespace MP4 {
+
+using UserType = std::array<uint8_t, 16>;
+
+// A 'uuid' box: a 24-byte header (size, type, 16-byte user type). The
+// spatial-data kind holds child boxes; every other kind a payload.
+class UUID : public NestedBox {
+public:
+    static constexpr uint64_t kHeaderSize = 24;
+
+    using NestedBox::NestedBox;
+    // A box built in memory, to be written into a file.
+    UUID(const UserType& userType, std::string_view payload);
+
+    bool hasChild() const override;
+    void dump() const override;
+    void parseBox(BinFile& file, uint64_t end) override;
+    std::unique_ptr<BOX> allocChild(BOX& header) override;
+
+    bool isKind(const UserType& kind) const { return size >= kHeaderSize && userType == kind; }
+    // The whole box: 32-bit size, "uuid", user type, payload.
+    ByteArray to_byteArray() const;
+    // Writes the whole box at the file's position; true when all of it went.
+    bool write(QVMX::FileIO& file) const;
+
+    UserType userType{};
+    ByteArray payload;
+};
+
+// Spherical Video V1 metadata.
+struct SphericalXML : UUID {
+    static const UserType _UUID;
+    explicit SphericalXML(std::string_view xml) : UUID(_UUID, xml) {}
+};
+
+struct XMP : UUID {
+    static const UserType _UUID;
+    explicit XMP(std::string_view xmp) : UUID(_UUID, xmp) {}
+};
+
+// The camera's tilt stream.
+struct AXIS : UUID {
+    static const UserType _UUID;
+    explicit AXIS(std::string_view bytes) : UUID(_UUID, bytes) {}
+};
+
+// The block that carries the spatial audio track (KADT data, KATR track).
+struct SpatialData {
+    static const UserType _UUID;
+};
+
+}  // namespace MP4

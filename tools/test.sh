@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test: the ordinary build
+# (unit, integration and fuzz-corpus tests) and the unit tests again under
+# AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash tools/setup.sh
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+cmake -S . -B build -G Ninja -DTAVREL_WERROR=ON
+cmake --build build -j"$jobs"
+
+cmake -S . -B build-asan -G Ninja -DTAVREL_WERROR=ON -DTAVREL_SANITIZE=ON \
+  -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"
+cmake --build build-asan -j"$jobs"
+
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+echo "== sanitizer build: unit tests =="
+ctest --test-dir build-asan --output-on-failure -j"$jobs" -LE integration
+echo "== ordinary build: every test =="
+ctest --test-dir build --output-on-failure -j"$jobs"
