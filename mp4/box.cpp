@@ -103,7 +103,10 @@ void NestedBox::parseBox(BinFile& file, uint64_t end_) {
     parseChildren(file, end_);
 }
 
-void NestedBox::parseChildren(BinFile& file, uint64_t end_) {
+void NestedBox::parseChildren(BinFile& file, uint64_t outerEnd) {
+    // Children are read no further than this box's own end, so a child that
+    // claims more than its parent holds is cut there.
+    const uint64_t end_ = std::min(end(), outerEnd);
     limitTo(file, end_);
     const uint32_t childDepth = depth + 1;  // the root's all-ones depth wraps to 0
     auto header = std::make_unique<BOX>(file, childDepth, this);
