@@ -1,0 +1,48 @@
+#!/usr/bin/env python3
+"""Runs shell commands side by side, alternating, and prints each one's median
+wall time and peak memory, and their ratios to the first command.
+
+usage: compare.py RUNS LABEL 'COMMAND' [LABEL 'COMMAND' ...]
+       (a command may use {run} for the run's index)
+"""
+import os
+import statistics
+import subprocess
+import sys
+import time
+
+
+def run_once(command):
+    start = time.perf_counter()
+    proc = subprocess.Popen(command, shell=True, stdout=subprocess.DEVNULL,
+                            stderr=subprocess.DEVNULL)
+    _, status, usage = os.wait4(proc.pid, 0)
+    elapsed = time.perf_counter() - start
+    if os.waitstatus_to_exitcode(status) != 0:
+        raise SystemExit(f"command failed: {command}")
+    return elapsed, usage.ru_maxrss  # kilobytes
+
+
+def main():
+    runs = int(sys.argv[1])
+    pairs = list(zip(sys.argv[2::2], sys.argv[3::2]))
+    times = {label: [] for label, _ in pairs}
+    memory = {label: [] for label, _ in pairs}
+    for i in range(runs):
+        order = pairs if i % 2 == 0 else list(reversed(pairs))
+        for label, command in order:
+            t, rss = run_once(command.replace("{run}", str(i)))
+            times[label].append(t)
+            memory[label].append(rss)
+    base = pairs[0][0]
+    base_t = statistics.median(times[base])
+    base_m = statistics.median(memory[base])
+    for label, _ in pairs:
+        t = statistics.median(times[label])
+        m = statistics.median(memory[label])
+        print(f"{label:>24}: median {t:8.4f} s  peak {m / 1024:8.1f} MiB  "
+              f"{base} time / this = {base_t / t:6.3f}  {base} memory / this = {base_m / m:6.3f}")
+
+
+if __name__ == "__main__":
+    main()

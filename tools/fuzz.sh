@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang and runs one of them.
+#   tools/fuzz.sh TARGET SECONDS [extra libFuzzer flags]
+# New inputs go to fuzz/findings/TARGET (not committed); crashes are written
+# there too. Copy interesting ones into fuzz/corpus/TARGET.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+target=${1:?target, e.g. box_tree_fuzz}
+seconds=${2:-60}
+shift 2 || true
+
+bash tools/setup.sh
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DTAVREL_FUZZ=ON -DTAVREL_TESTS=OFF \
+  -DTAVREL_WITH_VIDEO=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build-fuzz --target "$target"
+
+mkdir -p "fuzz/findings/$target"
+exec ./build-fuzz/fuzz/"$target" -max_total_time="$seconds" -print_final_stats=1 \
+  -artifact_prefix="fuzz/findings/$target/" "$@" "fuzz/findings/$target" "fuzz/corpus/$target"
