@@ -12,6 +12,10 @@ jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B build -G Ninja -DTAVREL_WERROR=ON
 cmake --build build -j"$jobs"
 
+# The core must build and pass its tests without FFmpeg.
+cmake -S . -B build-core -G Ninja -DTAVREL_WERROR=ON -DTAVREL_WITH_VIDEO=OFF
+cmake --build build-core -j"$jobs"
+
 cmake -S . -B build-asan -G Ninja -DTAVREL_WERROR=ON -DTAVREL_SANITIZE=ON \
   -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"
 cmake --build build-asan -j"$jobs"
@@ -20,5 +24,7 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 echo "== sanitizer build: unit tests =="
 ctest --test-dir build-asan --output-on-failure -j"$jobs" -LE integration
+echo "== core build without FFmpeg: unit tests =="
+ctest --test-dir build-core --output-on-failure -j"$jobs" -LE integration
 echo "== ordinary build: every test =="
 ctest --test-dir build --output-on-failure -j"$jobs"
