@@ -1,0 +1,122 @@
+// Re-encodes a movie through the video pipeline with explicit settings; used
+// by the benchmarks and the whole-program tests of the pipeline.
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "foundation/console.h"
+#include "foundation/wchar.h"
+#include "video/video_transcoder.h"
+
+namespace {
+
+void usage() {
+    QVMX::Console::out(
+        L"usage: tavrel-transcode SOURCE OUTPUT [--size=WxH] [--bitrate=BPS] [--keyint=N]\n"
+        L"         [--audio-bitrate=BPS] [--channels=N] [--hevc] [--start=S] [--end=S]\n"
+        L"         [--moov-first=0|1] [--pixel-format=420f|y420|BGRA]\n");
+}
+
+bool numberAfter(const char* argument, const char* name, double& value) {
+    const size_t n = std::strlen(name);
+    if (std::strncmp(argument, name, n) != 0) return false;
+    char* end = nullptr;
+    value = std::strtod(argument + n, &end);
+    return end != argument + n && *end == '\0';
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::setlocale(LC_ALL, "");
+    if (argc < 3) {
+        usage();
+        return 1;
+    }
+    const std::string source = argv[1], output = argv[2];
+    bool sized = false;
+    double width = 0, height = 0, bitRate = 8192000, keyInterval = 30, audioBitRate = 128000, channels = 1;
+    double startSeconds = 0, endSeconds = 4294967295.0, moovFirst = 1;
+    bool hevc = false;
+    uint32_t pixelFormat = Utility::isSupporFullRangePixelFormat() ? QVMX::kPixelFormat420YpCbCr8BiPlanarFullRange
+                                                                    : QVMX::kPixelFormat420YpCbCr8Planar;
+    for (int i = 3; i < argc; ++i) {
+        const char* a = argv[i];
+        double v;
+        if (std::strncmp(a, "--size=", 7) == 0) {
+            int w = 0, h = 0;
+            if (std::sscanf(a + 7, "%dx%d", &w, &h) != 2) {
+                usage();
+                return 1;
+            }
+            width = w;
+            height = h;
+            sized = true;
+        } else if (numberAfter(a, "--bitrate=", v)) {
+            bitRate = v;
+        } else if (numberAfter(a, "--keyint=", v)) {
+            keyInterval = v;
+        } else if (numberAfter(a, "--audio-bitrate=", v)) {
+            audioBitRate = v;
+        } else if (numberAfter(a, "--channels=", v)) {
+            channels = v;
+        } else if (numberAfter(a, "--start=", v)) {
+            startSeconds = v;
+        } else if (numberAfter(a, "--end=", v)) {
+            endSeconds = v;
+        } else if (numberAfter(a, "--moov-first=", v)) {
+            moovFirst = v;
+        } else if (std::strcmp(a, "--hevc") == 0) {
+            hevc = true;
+        } else if (std::strncmp(a, "--pixel-format=", 15) == 0 && std::strlen(a + 15) == 4) {
+            const char* c = a + 15;
+            pixelFormat = (uint32_t(uint8_t(c[0])) << 24) | (uint32_t(uint8_t(c[1])) << 16) |
+                          (uint32_t(uint8_t(c[2])) << 8) | uint32_t(uint8_t(c[3]));
+        } else {
+            usage();
+            return 1;
+        }
+    }
+
+    QVMXVideoTranscoder transcoder;
+    if (!transcoder.attachSource(source)) {
+        QVMX::Console::out(L"attachSource(%s) failed.\n", source.c_str());
+        return 1;
+    }
+    const QVMX::MediaTime duration = transcoder.sourceDuration;
+    transcoder.setPixelFormatType(pixelFormat);
+    transcoder.setVideoAverageBitRate(static_cast<uint64_t>(bitRate));
+    transcoder.setAudioEncoderBitRate(static_cast<uint64_t>(audioBitRate));
+    if (sized) {
+        transcoder.renderFrameSize = {width, height};
+        transcoder.outputFrameSize = {width, height};
+    }
+    transcoder.setKeyFrameInterval(static_cast<int32_t>(keyInterval));
+    transcoder.setAudioNumberOfChannels(static_cast<int32_t>(channels));
+    const float rate = transcoder.detectedAudioSampleRate < 44100.0f ? 44100.0f : transcoder.detectedAudioSampleRate;
+    transcoder.setAudioProcessSampleRate(rate);
+    transcoder.setAudioSampleRate(rate);
+    transcoder.setMoovFirst(moovFirst != 0);
+
+    const int32_t scale = duration.isNumeric() ? duration.timescale : 600;
+    const QVMX::MediaTime start = QVMX::MediaTime::makeWithSeconds(startSeconds, scale);
+    QVMX::MediaTime end = QVMX::MediaTime::makeWithSeconds(endSeconds, scale);
+    if (duration.isNumeric() && !(duration > end)) end = duration;
+
+    unsigned frames = 0;
+    const bool ok = transcoder.process(
+        output, 1.0f, start, QVMX::MediaTimeRange::make(start, end - start), hevc,
+        [&frames](const QVMX::PixelBuffer& frame, QVMXVideoWriter& writer, const QVMX::MediaTime& time) {
+            writer.processFrame(&frame, time);
+            ++frames;
+            return true;
+        },
+        nullptr, nullptr);
+    if (!ok || frames == 0) {
+        QVMX::Console::out(L"process(%s, %s) failed.\n", source.c_str(), output.c_str());
+        return 1;
+    }
+    QVMX::Console::out(L"frames: %u\n", frames);
+    return 0;
+}

@@ -1,0 +1,172 @@
+#include "video/video_transcoder.h"
+
+#include <unistd.h>
+
+#include <cstring>
+
+#include "video/platform_log.h"
+
+using QVMX::MediaTime;
+using QVMX::PlatformLog::write;
+
+QVMXVideoTranscoder::QVMXVideoTranscoder()
+    : videoReader_(std::make_unique<QVMXVideoReader>()), videoWriter_(std::make_unique<QVMXVideoWriter>()) {
+    setVideoAverageBitRate(8192000);
+    setAudioSampleRate(44100.0f);
+    setAudioProcessSampleRate(44100.0f);
+    setAudioNumberOfChannels(1);
+    setAudioEncoderBitRate(128000);
+    setPixelFormatType(QVMX::kPixelFormat32BGRA);
+    setMoovFirst(true);
+}
+
+QVMXVideoTranscoder::~QVMXVideoTranscoder() = default;
+
+uint64_t QVMXVideoTranscoder::videoAverageBitRate() const {
+    return videoWriter_ ? videoWriter_->videoAverageBitRate : 0;
+}
+void QVMXVideoTranscoder::setVideoAverageBitRate(uint64_t value) {
+    if (videoWriter_) videoWriter_->videoAverageBitRate = value;
+}
+float QVMXVideoTranscoder::audioSampleRate() const { return videoWriter_ ? videoWriter_->audioSampleRate : 0.0f; }
+void QVMXVideoTranscoder::setAudioSampleRate(float value) {
+    if (videoWriter_) videoWriter_->audioSampleRate = value;
+}
+uint64_t QVMXVideoTranscoder::audioEncoderBitRate() const {
+    return videoWriter_ ? videoWriter_->audioEncoderBitRate : 0;
+}
+void QVMXVideoTranscoder::setAudioEncoderBitRate(uint64_t value) {
+    if (videoWriter_) videoWriter_->audioEncoderBitRate = value;
+}
+int32_t QVMXVideoTranscoder::keyFrameInterval() const { return videoWriter_ ? videoWriter_->keyFrameInterval : 0; }
+void QVMXVideoTranscoder::setKeyFrameInterval(int32_t value) {
+    if (videoWriter_) videoWriter_->keyFrameInterval = value;
+}
+bool QVMXVideoTranscoder::moovFirst() const { return videoWriter_ && videoWriter_->moovFirst; }
+void QVMXVideoTranscoder::setMoovFirst(bool value) {
+    if (videoWriter_) videoWriter_->moovFirst = value;
+}
+float QVMXVideoTranscoder::audioProcessSampleRate() const {
+    return videoReader_ ? videoReader_->audioSampleRate : 0.0f;
+}
+void QVMXVideoTranscoder::setAudioProcessSampleRate(float value) {
+    if (videoReader_) videoReader_->audioSampleRate = value;
+}
+int32_t QVMXVideoTranscoder::audioNumberOfChannels() const {
+    return videoWriter_ ? videoWriter_->audioNumberOfChannels : 0;
+}
+void QVMXVideoTranscoder::setAudioNumberOfChannels(int32_t value) {
+    if (videoWriter_) videoWriter_->audioNumberOfChannels = value;
+    if (videoReader_) videoReader_->audioNumberOfChannels = value;
+}
+uint32_t QVMXVideoTranscoder::pixelFormatType() const { return videoWriter_ ? videoWriter_->pixelFormatType : 0; }
+void QVMXVideoTranscoder::setPixelFormatType(uint32_t value) {
+    if (videoWriter_) videoWriter_->pixelFormatType = value;
+    if (videoReader_) videoReader_->pixelFormatType = value;
+}
+
+bool QVMXVideoTranscoder::attachSource(const std::string& url) {
+    sourceURL = url;
+    sourceFrameSize = {0.0, 0.0};
+    sourceDuration = MediaTime::zero();
+    nominalFrameRate = 0.0f;
+    if (!videoReader_) return false;
+    const bool described = videoReader_->describeSource(url, sourceFrameSize, sourceDuration, nominalFrameRate);
+    if (described) {
+        renderFrameSize = sourceFrameSize;
+        outputFrameSize = sourceFrameSize;
+        detectedAudioSampleRate = videoReader_->audioSampleRate;
+    } else {
+        write("%s: Failed to detect frameSize: %s", __PRETTY_FUNCTION__, url.c_str());
+    }
+    return described;
+}
+
+bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrecedingLimit,
+                                  const MediaTime& startTime, const QVMX::MediaTimeRange& timeRange,
+                                  bool encodeHEVC, const FrameCallback& processFrame,
+                                  const AudioCallback& processAudio, const FinallyCallback& processFinally) {
+    if (!videoReader_ || !videoWriter_) {
+        write("%s: this transcoder has already been used", __PRETTY_FUNCTION__);
+        return false;
+    }
+    QVMXVideoReader& reader = *videoReader_;
+    QVMXVideoWriter& writer = *videoWriter_;
+    if (!reader.start(sourceURL, renderFrameSize, timeRange)) return false;
+    if (nominalFrameRate > 0.0f) writer.expectedFrameRate = nominalFrameRate;
+    if (!writer.start(outputURL, startTime, outputFrameSize, reader.hasAudioTrack(), encodeHEVC)) {
+        reader.stop();
+        return false;
+    }
+
+    bool keepGoing = true;
+    int status = QVMXVideoReader::kUnknown;
+    const QVMX::SampleBuffer* lastSample = nullptr;
+    MediaTime lastAudioTime, lastFrameTime;
+    for (;;) {
+        if (status == QVMXVideoReader::kCompleted || status == QVMXVideoReader::kFailed ||
+            status == QVMXVideoReader::kCancelled) {
+            break;
+        }
+        bool audioLoaded = false;
+        if (writer.isReadyForMoreAudio()) {
+            audioLoaded = reader.loadNextAudio(audioPrecedingLimit, [&](const QVMX::SampleBuffer* sample,
+                                                                        const MediaTime& time) {
+                lastSample = sample;
+                lastAudioTime = time;
+                if (QVMX::isHeldBackMarker(sample)) return;
+                if (processAudio) {
+                    processAudio(sample, writer, time);
+                } else {
+                    writer.processAudio(sample);
+                }
+            });
+        }
+        bool frameLoaded = false;
+        if (writer.isReadyForMoreFrame()) {
+            frameLoaded = reader.loadNextFrame([&](const QVMX::PixelBuffer& frame, const MediaTime& time) {
+                lastFrameTime = time;
+                keepGoing = processFrame ? processFrame(frame, writer, time) : writer.processFrame(&frame, time);
+            });
+        }
+        if (!keepGoing) break;
+        // A failed writer is never ready again; waiting for it would not end.
+        if (writer.status() == QVMXVideoWriter::kFailed) break;
+        if (!audioLoaded && !frameLoaded) ::usleep(1000);
+        status = reader.mediaStatus();
+    }
+
+    if (processFinally) processFinally(writer);
+    const bool stopOK = writer.stop();
+    reader.stop();
+    videoReader_.reset();
+    videoWriter_.reset();
+    if (status == QVMXVideoReader::kFailed || !stopOK) return false;
+    return keepGoing;
+}
+
+bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrecedingLimit, bool encodeHEVC,
+                                  const RenderCallback& processFrame, const AudioCallback& processAudio) {
+    FrameCallback viaWriterBuffer = [&processFrame](const QVMX::PixelBuffer& frame, QVMXVideoWriter& writer,
+                                                    const MediaTime& time) {
+        bool keepGoing = true;
+        writer.processFrame([&](QVMX::PixelBuffer& target) {
+            if (processFrame) {
+                keepGoing = processFrame(frame, target, time);
+            } else {
+                copyPixels(frame, target);
+            }
+            return time;
+        });
+        return keepGoing;
+    };
+    return this->process(outputURL, audioPrecedingLimit, MediaTime::zero(), QVMX::MediaTimeRange::invalid(),
+                         encodeHEVC, viaWriterBuffer, processAudio, nullptr);
+}
+
+bool QVMXVideoTranscoder::process2(const std::string& outputURL, float audioPrecedingLimit, bool encodeHEVC,
+                                   const FrameCallback& processFrame, const AudioCallback& processAudio,
+                                   const FinallyCallback& processFinally) {
+    return process(outputURL, audioPrecedingLimit, MediaTime::zero(), QVMX::MediaTimeRange::invalid(), encodeHEVC,
+                   processFrame, processAudio, processFinally);
+}
