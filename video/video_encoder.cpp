@@ -30,6 +30,12 @@ bool VideoEncoder::open(const VideoEncoderSettings& s, bool globalHeader, std::s
                 std::to_string(s.height);
         return false;
     }
+    // libx265 writes outside its buffers for pictures narrower than one
+    // coding tree unit.
+    if (s.hevc && s.width < 64) {
+        error = "HEVC pictures need a width of at least 64, not " + std::to_string(s.width);
+        return false;
+    }
     const char* name = s.hevc ? "libx265" : "libx264";
     const AVCodec* codec = avcodec_find_encoder_by_name(name);
     if (codec == nullptr) {

@@ -1,0 +1,79 @@
+#include "movie_fixtures.h"
+
+#include <stdexcept>
+
+#include "support/run_command.h"
+#include "support/test_files.h"
+
+namespace videotest {
+
+namespace {
+
+std::string fill(std::string text, const Fixture& f) {
+    auto replace = [&text](const std::string& key, const std::string& value) {
+        for (size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
+    };
+    replace("{size}", std::to_string(f.width) + "x" + std::to_string(f.height));
+    replace("{fps}", std::to_string(f.fps));
+    replace("{rate}", std::to_string(f.sampleRate));
+    return text;
+}
+
+}  // namespace
+
+std::filesystem::path makeMovie(const std::filesystem::path& dir, const std::string& name, const Fixture& f) {
+    using testsupport::shellQuote;
+    const auto path = dir / name;
+    std::string command = "ffmpeg -nostdin -v error -y -f lavfi -i " + shellQuote(fill(f.video, f));
+    for (int t = 0; t < f.audioTracks; ++t) command += " -f lavfi -i " + shellQuote(fill(f.audio, f));
+    command += " -map 0:v";
+    for (int t = 0; t < f.audioTracks; ++t) command += " -map " + std::to_string(t + 1) + ":a";
+    command += " -t " + std::to_string(f.seconds) + " -c:v libx264 -preset ultrafast -pix_fmt yuv420p -g " +
+               std::to_string(f.fps);
+    if (f.audioTracks > 0) {
+        command += " -c:a " + f.audioCodec + " -ac " + std::to_string(f.channels) + " -ar " +
+                   std::to_string(f.sampleRate);
+    }
+    if (f.moovFirst) command += " -movflags +faststart";
+    command += " -f " + f.container + " " + shellQuote(path.string());
+    const auto result = testsupport::runCommand(command, true);
+    if (result.status != 0) throw std::runtime_error("ffmpeg failed: " + command + "\n" + result.output);
+    return path;
+}
+
+std::filesystem::path truncated(const std::filesystem::path& source, const std::filesystem::path& target,
+                                uintmax_t keep) {
+    std::string bytes = testsupport::readFile(source);
+    bytes.resize(std::min<uintmax_t>(keep, bytes.size()));
+    testsupport::writeFile(target, bytes);
+    return target;
+}
+
+}  // namespace videotest
+
+#include "video/platform_log.h"
+
+namespace videotest {
+
+LogCapture::LogCapture() : previous_(QVMX::PlatformLog::stream()), file_(std::tmpfile()) {
+    if (file_ == nullptr) throw std::runtime_error("tmpfile failed");
+    QVMX::PlatformLog::setStream(file_);
+}
+
+LogCapture::~LogCapture() {
+    QVMX::PlatformLog::setStream(previous_ == stderr ? nullptr : previous_);
+    std::fclose(file_);
+}
+
+std::string LogCapture::text() const {
+    std::fflush(file_);
+    std::string out;
+    std::rewind(file_);
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, file_)) > 0) out.append(buffer, n);
+    std::fseek(file_, 0, SEEK_END);
+    return out;
+}
+
+}  // namespace videotest

@@ -1,0 +1,288 @@
+// The reader against small movies made by the ffmpeg command.
+#include "video/video_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "movie_fixtures.h"
+#include "support/run_command.h"
+#include "support/test_files.h"
+
+using QVMX::FrameSize;
+using QVMX::MediaTime;
+using QVMX::MediaTimeRange;
+using videotest::Fixture;
+using videotest::LogCapture;
+using videotest::makeMovie;
+
+namespace {
+
+struct FrameInfo {
+    int width, height, planes;
+    uint32_t format;
+    double time;
+    int firstLuma;
+};
+
+// Reads every frame (and no audio) the reader hands out.
+std::vector<FrameInfo> readFrames(QVMXVideoReader& reader) {
+    std::vector<FrameInfo> frames;
+    while (reader.loadNextFrame([&](const QVMX::PixelBuffer& b, const MediaTime& t) {
+        frames.push_back({b.width(), b.height(), b.planeCount(), b.pixelFormatType(), t.seconds(),
+                          b.baseAddressOfPlane(0)[0]});
+    })) {
+    }
+    return frames;
+}
+
+}  // namespace
+
+TEST(VideoReaderDescribe, ReportsTheDecodedSizeDurationRateAndAudioRate) {
+    testsupport::TempDir dir;
+    Fixture f;
+    f.width = 160;
+    f.height = 80;
+    f.fps = 25;
+    f.sampleRate = 32000;
+    const auto movie = makeMovie(dir.path(), "m.mp4", f);
+    QVMXVideoReader reader;
+    FrameSize size{1, 1};
+    MediaTime duration;
+    float rate = 0;
+    ASSERT_TRUE(reader.describeSource(movie.string(), size, duration, rate));
+    EXPECT_EQ(size.width, 160);
+    EXPECT_EQ(size.height, 80);
+    EXPECT_NEAR(duration.seconds(), 2.0, 0.05);
+    EXPECT_FLOAT_EQ(rate, 25.0f);
+    EXPECT_FLOAT_EQ(reader.audioSampleRate, 32000.0f);
+
+    f.audioTracks = 0;
+    const auto silent = makeMovie(dir.path(), "silent.mp4", f);
+    ASSERT_TRUE(reader.describeSource(silent.string(), size, duration, rate));
+    EXPECT_FLOAT_EQ(reader.audioSampleRate, 0.0f);
+}
+
+TEST(VideoReaderDescribe, RefusesWhatIsNotAMovieWithVideo) {
+    testsupport::TempDir dir;
+    testsupport::writeFile(dir.file("text.mp4"), "this is not a movie");
+    Fixture f;
+    f.video = "color=black:size={size}:rate={fps}";
+    const auto movie = makeMovie(dir.path(), "m.mp4", f);
+    const auto audioOnly = dir.file("audio.m4a");
+    ASSERT_EQ(testsupport::runCommand("ffmpeg -nostdin -v error -y -i " + movie.string() +
+                                      " -vn -c copy " + audioOnly.string())
+                  .status,
+              0);
+
+    QVMXVideoReader reader;
+    FrameSize size{7, 9};
+    MediaTime duration;
+    float rate = 0;
+    LogCapture log;
+    EXPECT_FALSE(reader.describeSource(dir.file("text.mp4").string(), size, duration, rate));
+    EXPECT_FALSE(reader.describeSource(dir.file("missing.mp4").string(), size, duration, rate));
+    EXPECT_FALSE(reader.describeSource(audioOnly.string(), size, duration, rate));
+    EXPECT_TRUE(log.contains("describeSource(") && log.contains(": No video tracks found - " + audioOnly.string()))
+        << log.text();
+    EXPECT_EQ(size.width, 7);
+    EXPECT_FALSE(reader.start(audioOnly.string(), {64, 32}));
+    EXPECT_TRUE(log.contains(": No video tracks.")) << log.text();
+    EXPECT_FALSE(reader.start(dir.file("text.mp4").string(), {64, 32}));
+    EXPECT_TRUE(log.contains(": Failed to open " + dir.file("text.mp4").string() + ".")) << log.text();
+    EXPECT_FALSE(reader.loadNextFrame(nullptr));
+}
+
+TEST(VideoReaderFrames, ArriveScaledInEachPixelFormatWithTheirRange) {
+    testsupport::TempDir dir;
+    Fixture f;
+    f.video = "color=white:size={size}:rate={fps}";
+    f.seconds = 0.5;
+    const auto white = makeMovie(dir.path(), "white.mp4", f);
+    struct Case {
+        uint32_t format;
+        int planes;
+        int luma;  // the first byte of a white picture
+    };
+    for (const Case c : {Case{QVMX::kPixelFormat32BGRA, 1, 255}, Case{QVMX::kPixelFormat420YpCbCr8BiPlanarFullRange, 2, 255},
+                         Case{QVMX::kPixelFormat420YpCbCr8Planar, 3, 235}}) {
+        QVMXVideoReader reader;
+        reader.pixelFormatType = c.format;
+        ASSERT_TRUE(reader.start(white.string(), {64, 30}));
+        const auto frames = readFrames(reader);
+        ASSERT_EQ(frames.size(), 15u);
+        EXPECT_EQ(frames[0].width, 64);
+        EXPECT_EQ(frames[0].height, 30);
+        EXPECT_EQ(frames[0].planes, c.planes);
+        EXPECT_EQ(frames[0].format, c.format);
+        EXPECT_NEAR(frames[0].firstLuma, c.luma, 1) << std::hex << c.format;
+        EXPECT_DOUBLE_EQ(frames[0].time, 0.0);
+        EXPECT_NEAR(frames[14].time, 14.0 / 30, 1e-9);
+    }
+}
+
+TEST(VideoReaderFrames, ARangeDropsEverythingBeforeItsStartAndEndsAtItsEnd) {
+    testsupport::TempDir dir;
+    Fixture f;
+    f.seconds = 3.0;
+    const auto movie = makeMovie(dir.path(), "m.mp4", f);
+    QVMXVideoReader reader;
+    ASSERT_TRUE(reader.start(movie.string(), {128, 64},
+                             MediaTimeRange::make(MediaTime::make(1, 1), MediaTime::makeWithSeconds(1.0, 48000))));
+    std::vector<double> frameTimes, audioTimes;
+    size_t samples = 0;
+    int guard = 0;
+    while (reader.mediaStatus() == QVMXVideoReader::kReading && ++guard < 10000) {
+        reader.loadNextAudio(1.0f, [&](const QVMX::SampleBuffer* s, const MediaTime& t) {
+            if (QVMX::isHeldBackMarker(s)) return;
+            audioTimes.push_back(t.seconds());
+            samples += s->frameCount();
+        });
+        reader.loadNextFrame([&](const QVMX::PixelBuffer&, const MediaTime& t) { frameTimes.push_back(t.seconds()); });
+    }
+    EXPECT_EQ(reader.mediaStatus(), QVMXVideoReader::kCompleted);
+    ASSERT_EQ(frameTimes.size(), 30u);
+    EXPECT_DOUBLE_EQ(frameTimes.front(), 1.0);
+    EXPECT_LT(frameTimes.back(), 2.0);
+    ASSERT_FALSE(audioTimes.empty());
+    EXPECT_NEAR(audioTimes.front(), 1.0, 1.0 / 44100);
+    EXPECT_NEAR(static_cast<double>(samples), 44100.0, 44100 * 0.01);
+    EXPECT_TRUE(std::is_sorted(audioTimes.begin(), audioTimes.end()));
+    reader.stop();
+    EXPECT_EQ(reader.mediaStatus(), QVMXVideoReader::kCancelled);
+}
+
+TEST(VideoReaderAudio, SixteenBitPcmAtTheAskedRateAndChannelsWithTracksMixed) {
+    testsupport::TempDir dir;
+    Fixture f;
+    f.audioTracks = 2;
+    f.audio = "aevalsrc=0.25|0.25:sample_rate={rate}";  // a constant level on each track
+    f.audioCodec = "pcm_s16le";
+    f.container = "mov";
+    f.seconds = 1.0;
+    const auto movie = makeMovie(dir.path(), "two.mov", f);
+    QVMXVideoReader reader;
+    reader.audioSampleRate = 22050;
+    reader.audioNumberOfChannels = 1;
+    ASSERT_TRUE(reader.start(movie.string(), {128, 64}));
+    ASSERT_TRUE(reader.hasAudioTrack());
+    size_t samples = 0;
+    std::vector<int> middle;
+    bool wrongFormat = false;
+    while (reader.loadNextAudio(100.0f, [&](const QVMX::SampleBuffer* s, const MediaTime&) {
+        ASSERT_FALSE(QVMX::isHeldBackMarker(s));
+        wrongFormat |= s->channels != 1 || s->sampleRate != 22050;
+        for (size_t i = 0; i < s->samples.size(); ++i) {
+            if (samples + i > 4000 && samples + i < 18000) middle.push_back(s->samples[i]);
+        }
+        samples += s->frameCount();
+    })) {
+    }
+    EXPECT_FALSE(wrongFormat);
+    EXPECT_NEAR(static_cast<double>(samples), 22050.0, 50.0);
+    ASSERT_FALSE(middle.empty());
+    // Two tracks at a quarter of full scale add up to half.
+    EXPECT_NEAR(*std::min_element(middle.begin(), middle.end()), 16384, 100);
+    EXPECT_NEAR(*std::max_element(middle.begin(), middle.end()), 16384, 100);
+}
+
+TEST(VideoReaderAudio, IsHeldBackWhileItLeadsTheLastFrameByMoreThanTheLimit) {
+    testsupport::TempDir dir;
+    Fixture f;
+    f.seconds = 3.0;
+    const auto movie = makeMovie(dir.path(), "m.mp4", f);
+    QVMXVideoReader reader;
+    ASSERT_TRUE(reader.start(movie.string(), {128, 64}));
+    double lastReal = -1, markerTime = -1;
+    for (int i = 0; i < 100 && markerTime < 0; ++i) {
+        ASSERT_TRUE(reader.loadNextAudio(1.0f, [&](const QVMX::SampleBuffer* s, const MediaTime& t) {
+            (QVMX::isHeldBackMarker(s) ? markerTime : lastReal) = t.seconds();
+        }));
+    }
+    // No frame was read: audio stops just past one second ahead of time zero
+    // and then only the marker comes, at the time of the last real sample.
+    EXPECT_GT(markerTime, 1.0);
+    EXPECT_LT(markerTime, 1.2);
+    EXPECT_DOUBLE_EQ(markerTime, lastReal);
+    double again = -1;
+    EXPECT_TRUE(reader.loadNextAudio(1.0f, [&](const QVMX::SampleBuffer* s, const MediaTime& t) {
+        EXPECT_TRUE(QVMX::isHeldBackMarker(s));
+        again = t.seconds();
+    }));
+    EXPECT_DOUBLE_EQ(again, markerTime);
+    // A frame moves the video clock and lets audio go on.
+    for (int i = 0; i < 10; ++i) ASSERT_TRUE(reader.loadNextFrame(nullptr));
+    double next = -1;
+    EXPECT_TRUE(reader.loadNextAudio(1.0f, [&](const QVMX::SampleBuffer* s, const MediaTime& t) {
+        EXPECT_FALSE(QVMX::isHeldBackMarker(s));
+        next = t.seconds();
+    }));
+    EXPECT_GT(next, markerTime);
+}
+
+TEST(VideoReaderAudio, AMovieWithoutAudioAnswersYesAndCallsNothing) {
+    testsupport::TempDir dir;
+    Fixture f;
+    f.audioTracks = 0;
+    f.seconds = 0.5;
+    const auto movie = makeMovie(dir.path(), "silent.mp4", f);
+    QVMXVideoReader reader;
+    ASSERT_TRUE(reader.start(movie.string(), {128, 64}));
+    EXPECT_FALSE(reader.hasAudioTrack());
+    bool called = false;
+    EXPECT_TRUE(reader.loadNextAudio(1.0f, [&](const QVMX::SampleBuffer*, const MediaTime&) { called = true; }));
+    EXPECT_FALSE(called);
+    EXPECT_EQ(readFrames(reader).size(), 15u);
+    EXPECT_EQ(reader.mediaStatus(), QVMXVideoReader::kCompleted);
+}
+
+TEST(VideoReaderStatus, NamesEveryStateAndUnknownValues) {
+    QVMXVideoReader reader;
+    EXPECT_EQ(reader.mediaStatus(), QVMXVideoReader::kUnknown);
+    EXPECT_EQ(reader.mediaStatusWithNSString(), "Unknown");
+    const char* names[] = {"Unknown", "Reading", "Completed", "Failed", "Cancelled"};
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(QVMXVideoReader::statusName(i), names[i]);
+    EXPECT_EQ(QVMXVideoReader::statusName(7), "<<unknown:7>");
+    EXPECT_EQ(QVMXVideoReader::statusName(-1), "<<unknown:-1>");
+}
+
+TEST(VideoReaderBadInput, AMovieCutInsideItsMediaDataFailsWithALogLine) {
+    testsupport::TempDir dir;
+    Fixture f;
+    const auto movie = makeMovie(dir.path(), "m.mp4", f);
+    const auto cut = videotest::truncated(movie, dir.file("cut.mp4"), std::filesystem::file_size(movie) * 2 / 3);
+    QVMXVideoReader reader;
+    LogCapture log;
+    ASSERT_TRUE(reader.start(cut.string(), {128, 64}));
+    int guard = 0;
+    while (reader.mediaStatus() == QVMXVideoReader::kReading && ++guard < 10000) {
+        reader.loadNextAudio(1.0f, nullptr);
+        reader.loadNextFrame(nullptr);
+    }
+    EXPECT_EQ(reader.mediaStatus(), QVMXVideoReader::kFailed);
+    EXPECT_TRUE(log.contains("QVMXVideoReader::loadNext")) << log.text();
+    EXPECT_FALSE(reader.loadNextFrame(nullptr));
+}
+
+TEST(VideoReaderBadInput, UnusablePlaySizesAndFormatsAreRefusedAtStart) {
+    testsupport::TempDir dir;
+    Fixture f;
+    f.seconds = 0.2;
+    const auto movie = makeMovie(dir.path(), "m.mp4", f);
+    LogCapture log;
+    for (const FrameSize size : {FrameSize{0, 64}, FrameSize{64, -2}, FrameSize{NAN, 64}, FrameSize{1e12, 64}}) {
+        QVMXVideoReader reader;
+        EXPECT_FALSE(reader.start(movie.string(), size));
+    }
+    QVMXVideoReader reader;
+    reader.pixelFormatType = 0x12345678;
+    EXPECT_FALSE(reader.start(movie.string(), {64, 32}));
+    EXPECT_TRUE(log.contains("AVAssetReader#canAddOutput(video) failed.")) << log.text();
+    // An odd size is fine for the reader (the writer is the one to refuse it).
+    QVMXVideoReader odd;
+    odd.pixelFormatType = QVMX::kPixelFormat420YpCbCr8BiPlanarFullRange;
+    ASSERT_TRUE(odd.start(movie.string(), {63, 31}));
+    EXPECT_EQ(readFrames(odd).size(), 6u);
+}
