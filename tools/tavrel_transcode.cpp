@@ -1,12 +1,14 @@
 // Re-encodes a movie through the video pipeline with explicit settings; used
 // by the benchmarks and the whole-program tests of the pipeline.
 #include <clocale>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "foundation/console.h"
 #include "foundation/wchar.h"
+#include "video/thumbnailer.h"
 #include "video/video_transcoder.h"
 
 namespace {
@@ -15,7 +17,32 @@ void usage() {
     QVMX::Console::out(
         L"usage: tavrel-transcode SOURCE OUTPUT [--size=WxH] [--bitrate=BPS] [--keyint=N]\n"
         L"         [--audio-bitrate=BPS] [--channels=N] [--hevc] [--start=S] [--end=S]\n"
-        L"         [--moov-first=0|1] [--pixel-format=420f|y420|BGRA]\n");
+        L"         [--moov-first=0|1] [--pixel-format=420f|y420|BGRA]\n"
+        L"       tavrel-transcode --thumbnail MOVIE JPEG [WIDTH TARGET-BYTES]\n");
+}
+
+// The first frame as a JPEG file, whole or through the bounded buffer form.
+int thumbnail(int argc, char** argv) {
+    const std::wstring movie = QVMX::wchar::mbs2wcs(argv[2]);
+    const std::wstring jpeg = QVMX::wchar::mbs2wcs(argv[3]);
+    Thumbnailer thumbnailer(movie);
+    if (argc == 4) {
+        if (!thumbnailer.saveFrame(jpeg)) {
+            QVMX::Console::out(L"thumbnailer(%ls) failed.\n", jpeg.c_str());
+            return 1;
+        }
+        return 0;
+    }
+    ByteArray bytes;
+    if (!thumbnailer.saveFrame(bytes, std::atoi(argv[4]), std::strtoul(argv[5], nullptr, 10))) {
+        QVMX::Console::out(L"thumbnailer(%ls) failed.\n", jpeg.c_str());
+        return 1;
+    }
+    FILE* out = std::fopen(argv[3], "wb");
+    const bool written = out != nullptr && std::fwrite(bytes.data, 1, bytes.size, out) == bytes.size;
+    if (out != nullptr) std::fclose(out);
+    QVMX::Console::out(L"bytes: %llu\n", static_cast<unsigned long long>(bytes.size));
+    return written ? 0 : 1;
 }
 
 bool numberAfter(const char* argument, const char* name, double& value) {
@@ -30,6 +57,13 @@ bool numberAfter(const char* argument, const char* name, double& value) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
+    if (argc >= 2 && std::strcmp(argv[1], "--thumbnail") == 0) {
+        if (argc != 4 && argc != 6) {
+            usage();
+            return 1;
+        }
+        return thumbnail(argc, argv);
+    }
     if (argc < 3) {
         usage();
         return 1;
