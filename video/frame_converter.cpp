@@ -1,5 +1,7 @@
 #include "video/frame_converter.h"
 
+#include "video/range_expand.h"
+
 extern "C" {
 #include <libavutil/pixdesc.h>
 }
@@ -40,17 +42,33 @@ ff::FramePtr FrameConverter::convert(const AVFrame* source) {
     }
 
     const bool sourceFull = isFullRange(source);
+    const bool expandOnly = source->format == AV_PIX_FMT_YUV420P && !sourceFull && format_ == AV_PIX_FMT_NV12 &&
+                            range_ == AVCOL_RANGE_JPEG && source->width == width_ && source->height == height_;
     const int space = source->colorspace;
-    if (!sws_ || swsFormat_ != source->format || swsWidth_ != source->width || swsHeight_ != source->height ||
-        swsFull_ != sourceFull || swsSpace_ != space) {
+    if (!expandOnly && (!sws_ || swsFormat_ != source->format || swsWidth_ != source->width || swsHeight_ != source->height ||
+        swsFull_ != sourceFull || swsSpace_ != space)) {
         const bool scaling = source->width != width_ || source->height != height_;
-        sws_.reset(sws_getContext(source->width, source->height, static_cast<AVPixelFormat>(source->format),
-                                  width_, height_, format_, scaling ? SWS_BICUBIC : SWS_BILINEAR, nullptr,
-                                  nullptr, nullptr));
+        // Ranges are set before the context is initialised: the unscaled
+        // shortcuts it may pick otherwise copy values without converting them.
+        sws_.reset(sws_alloc_context());
         if (!sws_) return nullptr;
+        SwsContext* c = sws_.get();
+        av_opt_set_int(c, "srcw", source->width, 0);
+        av_opt_set_int(c, "srch", source->height, 0);
+        av_opt_set_int(c, "src_format", source->format, 0);
+        av_opt_set_int(c, "dstw", width_, 0);
+        av_opt_set_int(c, "dsth", height_, 0);
+        av_opt_set_int(c, "dst_format", format_, 0);
+        av_opt_set_int(c, "sws_flags", scaling ? SWS_BICUBIC : SWS_BILINEAR, 0);
+        av_opt_set_int(c, "src_range", sourceFull ? 1 : 0, 0);
+        av_opt_set_int(c, "dst_range", range_ == AVCOL_RANGE_JPEG ? 1 : 0, 0);
+        if (sws_init_context(c, nullptr, nullptr) < 0) {
+            sws_.reset();
+            return nullptr;
+        }
         const int matrix = (space == AVCOL_SPC_BT709) ? SWS_CS_ITU709 : SWS_CS_DEFAULT;
         const int* coefficients = sws_getCoefficients(matrix);
-        sws_setColorspaceDetails(sws_.get(), coefficients, sourceFull ? 1 : 0, coefficients,
+        sws_setColorspaceDetails(c, coefficients, sourceFull ? 1 : 0, coefficients,
                                  range_ == AVCOL_RANGE_JPEG ? 1 : 0, 0, 1 << 16, 1 << 16);
         swsFormat_ = source->format;
         swsWidth_ = source->width;
@@ -71,9 +89,12 @@ ff::FramePtr FrameConverter::convert(const AVFrame* source) {
             return nullptr;
         }
     }
-    const int rows = sws_scale(sws_.get(), source->data, source->linesize, 0, source->height, output_->data,
-                               output_->linesize);
-    if (rows <= 0) return nullptr;
+    if (expandOnly) {
+        expandToFullRangeNV12(source->data, source->linesize, output_->data, output_->linesize, width_, height_);
+    } else if (sws_scale(sws_.get(), source->data, source->linesize, 0, source->height, output_->data,
+                         output_->linesize) <= 0) {
+        return nullptr;
+    }
     if (av_frame_copy_props(output_.get(), source) < 0) return nullptr;
     output_->color_range = range_;
     ff::FramePtr result = ff::makeFrame();

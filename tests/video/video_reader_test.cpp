@@ -1,6 +1,8 @@
 // The reader against small movies made by the ffmpeg command.
 #include "video/video_reader.h"
 
+#include "video/range_expand.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -95,32 +97,59 @@ TEST(VideoReaderDescribe, RefusesWhatIsNotAMovieWithVideo) {
     EXPECT_FALSE(reader.loadNextFrame(nullptr));
 }
 
-TEST(VideoReaderFrames, ArriveScaledInEachPixelFormatWithTheirRange) {
+TEST(VideoReaderFrames, ArriveInEachPixelFormatWithTheirRangeScaledOrNot) {
     testsupport::TempDir dir;
     Fixture f;
-    f.video = "color=white:size={size}:rate={fps}";
     f.seconds = 0.5;
+    f.video = "color=white:size={size}:rate={fps}";
     const auto white = makeMovie(dir.path(), "white.mp4", f);
+    f.video = "color=black:size={size}:rate={fps}";
+    const auto black = makeMovie(dir.path(), "black.mp4", f);
     struct Case {
         uint32_t format;
         int planes;
-        int luma;  // the first byte of a white picture
+        int white, black;  // the first luma byte
     };
-    for (const Case c : {Case{QVMX::kPixelFormat32BGRA, 1, 255}, Case{QVMX::kPixelFormat420YpCbCr8BiPlanarFullRange, 2, 255},
-                         Case{QVMX::kPixelFormat420YpCbCr8Planar, 3, 235}}) {
-        QVMXVideoReader reader;
-        reader.pixelFormatType = c.format;
-        ASSERT_TRUE(reader.start(white.string(), {64, 30}));
-        const auto frames = readFrames(reader);
-        ASSERT_EQ(frames.size(), 15u);
-        EXPECT_EQ(frames[0].width, 64);
-        EXPECT_EQ(frames[0].height, 30);
-        EXPECT_EQ(frames[0].planes, c.planes);
-        EXPECT_EQ(frames[0].format, c.format);
-        EXPECT_NEAR(frames[0].firstLuma, c.luma, 1) << std::hex << c.format;
-        EXPECT_DOUBLE_EQ(frames[0].time, 0.0);
-        EXPECT_NEAR(frames[14].time, 14.0 / 30, 1e-9);
+    for (const Case c : {Case{QVMX::kPixelFormat32BGRA, 1, 255, 0},
+                         Case{QVMX::kPixelFormat420YpCbCr8BiPlanarFullRange, 2, 255, 0},
+                         Case{QVMX::kPixelFormat420YpCbCr8Planar, 3, 235, 16}}) {
+        // The source's own size takes other conversion paths than a scaled one.
+        for (const FrameSize size : {FrameSize{64, 30}, FrameSize{128, 64}}) {
+            for (const auto& [movie, level] : {std::pair{white, c.white}, std::pair{black, c.black}}) {
+                SCOPED_TRACE(std::to_string(c.format) + " " + std::to_string(size.width) + " " + movie.string());
+                QVMXVideoReader reader;
+                reader.pixelFormatType = c.format;
+                ASSERT_TRUE(reader.start(movie.string(), size));
+                const auto frames = readFrames(reader);
+                ASSERT_EQ(frames.size(), 15u);
+                EXPECT_EQ(frames[0].width, size.width);
+                EXPECT_EQ(frames[0].height, size.height);
+                EXPECT_EQ(frames[0].planes, c.planes);
+                EXPECT_EQ(frames[0].format, c.format);
+                EXPECT_NEAR(frames[0].firstLuma, level, 1);
+                EXPECT_DOUBLE_EQ(frames[0].time, 0.0);
+                EXPECT_NEAR(frames[14].time, 14.0 / 30, 1e-9);
+            }
+        }
     }
+}
+
+TEST(VideoReaderFrames, RangeExpansionFollowsTheExactScaleWithinOneStep) {
+    int previousLuma = -1, previousChroma = -1;
+    for (int v = 0; v < 256; ++v) {
+        const double luma = std::clamp((v - 16) * 255.0 / 219.0, 0.0, 255.0);
+        const double chroma = std::clamp(128 + (v - 128) * 255.0 / 224.0, 0.0, 255.0);
+        EXPECT_NEAR(QVMX::expandLuma(static_cast<uint8_t>(v)), luma, 1.0) << v;
+        EXPECT_NEAR(QVMX::expandChroma(static_cast<uint8_t>(v)), chroma, 1.0) << v;
+        EXPECT_GE(QVMX::expandLuma(static_cast<uint8_t>(v)), previousLuma);
+        EXPECT_GE(QVMX::expandChroma(static_cast<uint8_t>(v)), previousChroma);
+        previousLuma = QVMX::expandLuma(static_cast<uint8_t>(v));
+        previousChroma = QVMX::expandChroma(static_cast<uint8_t>(v));
+    }
+    EXPECT_EQ(QVMX::expandLuma(16), 0);
+    EXPECT_EQ(QVMX::expandLuma(235), 255);
+    EXPECT_EQ(QVMX::expandChroma(128), 128);
+    EXPECT_EQ(QVMX::expandChroma(240), 255);
 }
 
 TEST(VideoReaderFrames, ARangeDropsEverythingBeforeItsStartAndEndsAtItsEnd) {
