@@ -293,6 +293,10 @@ bool QVMXVideoReader::loadNextAudio(float limit, const AudioHandler& handler) {
     }
 }
 
+size_t QVMXVideoReader::parkedPacketCount() const {
+    return assetReader_ && assetReader_->packets ? assetReader_->packets->parkedCount() : 0;
+}
+
 void QVMXVideoReader::pause() {
     if (assetReader_ && assetReader_->player) assetReader_->player->pause();
 }

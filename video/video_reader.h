@@ -60,6 +60,10 @@ public:
     void resume();
     void stop();
 
+    // Packets read ahead of the stream that will want them (read-ahead must
+    // stay bounded by the audio limit, not grow with the movie).
+    size_t parkedPacketCount() const;
+
 private:
     struct VideoOptions {
         uint32_t pixelFormatType;

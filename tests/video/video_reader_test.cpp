@@ -251,6 +251,29 @@ TEST(VideoReaderAudio, IsHeldBackWhileItLeadsTheLastFrameByMoreThanTheLimit) {
     EXPECT_GT(next, markerTime);
 }
 
+TEST(VideoReaderAudio, ReadingAheadDoesNotGrowWithTheMovie) {
+    testsupport::TempDir dir;
+    Fixture f;
+    f.width = 64;
+    f.height = 32;
+    size_t most[2] = {0, 0};
+    for (int i = 0; i < 2; ++i) {
+        f.seconds = i == 0 ? 3.0 : 12.0;
+        const auto movie = makeMovie(dir.path(), "m" + std::to_string(i) + ".mp4", f);
+        QVMXVideoReader reader;
+        ASSERT_TRUE(reader.start(movie.string(), {64, 32}));
+        // The transcoder's pattern: one audio sample and one frame per pass.
+        while (reader.mediaStatus() == QVMXVideoReader::kReading) {
+            reader.loadNextAudio(1.0f, nullptr);
+            reader.loadNextFrame(nullptr);
+            most[i] = std::max(most[i], reader.parkedPacketCount());
+        }
+    }
+    // About a second of packets (30 frames, 47 audio packets) at most, however long.
+    EXPECT_LT(most[0], 100u);
+    EXPECT_LE(most[1], most[0] + 5);
+}
+
 TEST(VideoReaderAudio, AMovieWithoutAudioAnswersYesAndCallsNothing) {
     testsupport::TempDir dir;
     Fixture f;
