@@ -187,26 +187,4 @@ TEST_F(VideoPipeline, ThumbnailsDecodeAtTheMoviesSizeAndWithinTheirTarget) {
     }
 }
 
-TEST_F(VideoPipeline, BadInputEndsWithStatusOneAndALogLineOnly) {
-    writeFile(dir.file("text.mp4"), "not a movie at all");
-    const auto in = source("in.mp4", "testsrc=size=128x64:rate=30", "sine", 1.0, "-c:a aac -movflags +faststart");
-    const std::string bytes = readFile(in);
-    writeFile(dir.file("cut.mp4"), bytes.substr(0, bytes.size() * 3 / 4));
-    struct Case {
-        std::string in, out, options;
-    } cases[] = {
-        {dir.file("text.mp4").string(), dir.file("o1.mp4").string(), ""},
-        {in, dir.file("missing/o2.mp4").string(), ""},
-        {in, dir.file("o3.mp4").string(), "--size=0x64"},
-        {in, dir.file("o4.mp4").string(), "--size=127x63"},
-        {dir.file("cut.mp4").string(), dir.file("o5.mp4").string(), ""},
-    };
-    for (const auto& c : cases) {
-        const auto run = runCommand(shellQuote(driver()) + " " + shellQuote(c.in) + " " + shellQuote(c.out) + " " +
-                                    c.options + " 2>" + shellQuote(dir.file("log.txt").string()));
-        EXPECT_EQ(run.status, 1) << c.in << " " << c.options;
-        EXPECT_NE(readFile(dir.file("log.txt")).find(": "), std::string::npos) << c.in << " " << c.options;
-    }
-}
-
 }  // namespace
