@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstring>
-
 #include "video/platform_log.h"
 
 using QVMX::MediaTime;
@@ -101,8 +99,6 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
 
     bool keepGoing = true;
     int status = QVMXVideoReader::kUnknown;
-    const QVMX::SampleBuffer* lastSample = nullptr;
-    MediaTime lastAudioTime, lastFrameTime;
     for (;;) {
         if (status == QVMXVideoReader::kCompleted || status == QVMXVideoReader::kFailed ||
             status == QVMXVideoReader::kCancelled) {
@@ -112,8 +108,7 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
         if (writer.isReadyForMoreAudio()) {
             audioLoaded = reader.loadNextAudio(audioPrecedingLimit, [&](const QVMX::SampleBuffer* sample,
                                                                         const MediaTime& time) {
-                lastSample = sample;
-                lastAudioTime = time;
+                // Audio ahead of the video by more than the limit: nothing moves.
                 if (QVMX::isHeldBackMarker(sample)) return;
                 if (processAudio) {
                     processAudio(sample, writer, time);
@@ -125,7 +120,6 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
         bool frameLoaded = false;
         if (writer.isReadyForMoreFrame()) {
             frameLoaded = reader.loadNextFrame([&](const QVMX::PixelBuffer& frame, const MediaTime& time) {
-                lastFrameTime = time;
                 keepGoing = processFrame ? processFrame(frame, writer, time) : writer.processFrame(&frame, time);
             });
         }
