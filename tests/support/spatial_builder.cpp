@@ -6,11 +6,9 @@ namespace testsupport {
 
 const std::string kSpatialDataUuid("\x28\xf3\x11\xe2\xb7\x91\x4f\x6f\x94\xe2\x4f\x5d\xea\xcb\x3c\x01", 16);
 
-uint8_t spatialAudioByte(uint64_t i) { return uint8_t((i * 31) ^ (i >> 8)); }
-
 Bytes spatialAudio(uint64_t count) {
     Bytes out(count, '\0');
-    for (uint64_t i = 0; i < count; ++i) out[i] = char(spatialAudioByte(i));
+    for (uint64_t i = 0; i < count; ++i) out[i] = char((i * 31) ^ (i >> 8));
     return out;
 }
 
@@ -32,7 +30,7 @@ Bytes katrBox(const SpatialSpec& spec, uint64_t dataOffset) {
     if (spec.withStsz) stbl += stsz(spec.sampleSize, {}, spec.samples);
     stbl += co64(offsets);
     Bytes mdia;
-    if (spec.withMdhd) mdia += mdhd(spec.mdhdVersion, spec.mdhdCreation, spec.timeScale, spec.samples);
+    if (spec.withMdhd) mdia += mdhd(spec.mdhdVersion, 3600, spec.timeScale, spec.samples);
     mdia += katrHdlr() + box("minf", katrSmhd() + katrDinf() + box("stbl", stbl));
     return box("KATR", katrTkhd() + box("mdia", mdia));
 }
@@ -42,7 +40,7 @@ Bytes spatialMovie(const SpatialSpec& spec) {
     const uint64_t stored = spec.storedBytes < 0 ? total : uint64_t(spec.storedBytes);
     const Bytes ftyp = box("ftyp", Bytes("isom") + be32(0x200) + "isom");
     const Bytes kadt = box("KADT", spatialAudio(stored));
-    return ftyp + uuidBox(kSpatialDataUuid, kadt + katrBox(spec, kSpatialMovieDataOffset));
+    return ftyp + uuidBox(kSpatialDataUuid, kadt + katrBox(spec, 20 + 24 + 8));
 }
 
 }  // namespace testsupport
