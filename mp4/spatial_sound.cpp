@@ -96,8 +96,7 @@ bool SpatialSound::attach(const std::wstring& path, double start, double end) {
     if (end >= 0 && (!byteOffsetOf(end, timeScale, sampleSize, last) || last > total)) return false;
 
     // The range must be audio that is really there, in the box and the file.
-    uint64_t fileLength = 0;
-    QVMX::FileIO::open(path, [&](QVMX::FileIO& file) { fileLength = file.length(); });
+    const uint64_t fileLength = QVMX::FileIO(path, 'r').length();
     const uint64_t inBox = kadt->size - 8;
     const uint64_t inFile = fileLength > dataOffset ? fileLength - dataOffset : 0;
     if (last > std::min(inBox, inFile) || last > kMaxBoxBytes) return false;
