@@ -1,4 +1,5 @@
-// tavrel-dump FILE...: prints the box tree of each movie.
+// tavrel-dump FILE...: prints the box tree of each movie, then its location
+// and view values.
 #include <clocale>
 #include <filesystem>
 #include <string>
@@ -8,6 +9,7 @@
 #include "foundation/file_io.h"
 #include "foundation/wchar.h"
 #include "mp4/container.h"
+#include "tools/dump_geo.h"
 
 namespace {
 
@@ -29,6 +31,7 @@ int dumpFile(const std::wstring& path) {
         return 1;
     }
     container.dump();
+    dumpGeo(container);
     return 0;
 }
 
