@@ -8,6 +8,7 @@
 #include "foundation/file_io.h"
 #include "foundation/wchar.h"
 #include "mp4/container.h"
+#include "tools/dump_camera.h"
 
 namespace {
 
@@ -29,6 +30,7 @@ int dumpFile(const std::wstring& path) {
         return 1;
     }
     container.dump();
+    dumpCameraMeta(container);
     return 0;
 }
 
