@@ -10,177 +10,129 @@ using namespace exiftest;
 
 namespace {
 
-// Offsets where a and b differ (same length).
+// Offsets where a and b (same length) differ.
 std::vector<size_t> changed(const Bytes& a, const Bytes& b) {
     std::vector<size_t> at;
-    for (size_t i = 0; i < a.size() && i < b.size(); ++i) {
+    for (size_t i = 0; i < a.size(); ++i) {
         if (a[i] != b[i]) at.push_back(i);
     }
     return at;
 }
 
-Bytes projectionPatched(Bytes block, int32_t v) {
-    ExifParser::updateProjectionType(u8(block), block.size(), ExifParser::PROJECTION_TYPE(v));
-    return block;
-}
-Bytes zenithPatched(Bytes block, int32_t v) {
-    ExifParser::updateSphereAdjZenith(u8(block), block.size(), ExifParser::TOPBOTTOM_CORRECTION_TYPE(v));
-    return block;
-}
-Bytes stabilizationPatched(Bytes block, int32_t v) {
-    ExifParser::updateVideoStabilization(u8(block), block.size(), ExifParser::VIDEO_STABILIZATION(v));
+enum class Patch { Projection, Zenith, Stabilization };
+
+Bytes patched(Bytes block, Patch which, int32_t v) {
+    if (which == Patch::Projection) {
+        ExifParser::updateProjectionType(u8(block), block.size(), ExifParser::PROJECTION_TYPE(v));
+    } else if (which == Patch::Zenith) {
+        ExifParser::updateSphereAdjZenith(u8(block), block.size(), ExifParser::TOPBOTTOM_CORRECTION_TYPE(v));
+    } else {
+        ExifParser::updateVideoStabilization(u8(block), block.size(), ExifParser::VIDEO_STABILIZATION(v));
+    }
     return block;
 }
 
-// The 4-byte value field of the PANOX entry with this tag, found by a scan
-// of the block for the entry's first 8 bytes.
-size_t valueField(const Bytes& block, const Bytes& entryHead) {
-    const size_t at = block.find(entryHead);
-    EXPECT_NE(at, Bytes::npos);
-    return at + 8;
-}
-
-const Bytes kProjectionEntryBE = be16(0x0001) + be16(3) + be32(1);
-const Bytes kZenithEntryBE = be16(0x0007) + be16(3) + be32(1);
+// Where the value field of the (big-endian, SHORT, count 1) entry `tag` is.
+size_t valueField(const Bytes& block, uint16_t tag) { return block.find(be16(tag) + be16(3) + be32(1)) + 8; }
 
 TEST(UpdateProjectionType, WritesTheShortIntoItsValueFieldOnly) {
-    const Bytes before = makerExifBlock(MakerExif{.projectionType = 2});
-    const Bytes after = projectionPatched(before, 1);
-    ASSERT_EQ(after.size(), before.size());
-    const size_t field = valueField(before, kProjectionEntryBE);
+    const Bytes before = makerExifBlock({.projectionType = 2});
+    const Bytes after = patched(before, Patch::Projection, 1);
+    const size_t field = valueField(before, 0x0001);
     EXPECT_EQ(changed(before, after), (std::vector<size_t>{field + 1}));  // 00 02 -> 00 01
-    EXPECT_EQ(after.substr(field, 4), be32(0x00010000));
     EXPECT_EQ(readKMKN(after).record.projectionType, 1u);
+    EXPECT_EQ(readKMKN(patched(makerNoteBlock({.projectionType = 5}), Patch::Projection, 1)).record.projectionType, 1u);
+
+    const Bytes without = makerExifBlock({.projectionType = {}});
+    EXPECT_EQ(patched(without, Patch::Projection, 1), without);  // nothing to patch is no error
 }
 
 TEST(UpdateProjectionType, LittleEndianBlocksGetTheShiftedValueLittleEndian) {
-    const Bytes before = makerExifBlock(MakerExif{.order = ByteOrder::Little, .projectionType = 2});
-    const Bytes after = projectionPatched(before, 1);
-    const size_t field = valueField(before, Bytes("\x01\x00\x03\x00\x01\x00\x00\x00", 8));
+    const Bytes before = makerExifBlock({.order = ByteOrder::Little, .projectionType = 2});
+    const Bytes after = patched(before, Patch::Projection, 1);
+    const size_t field = before.find(Bytes("\x01\x00\x03\x00\x01\x00\x00\x00", 8)) + 8;
     EXPECT_EQ(before.substr(field, 4), Bytes("\x02\x00\x00\x00", 4));
     EXPECT_EQ(after.substr(field, 4), Bytes("\x00\x00\x01\x00", 4));  // 0x00010000
     EXPECT_EQ(changed(before, after).size(), 2u);
 }
 
-TEST(UpdateProjectionType, BareMakerNoteAndAbsentTag) {
-    const Bytes bare = makerNoteBlock(MakerExif{.projectionType = 5});
-    EXPECT_EQ(readKMKN(projectionPatched(bare, 1)).record.projectionType, 1u);
-
-    const Bytes without = makerExifBlock(MakerExif{.projectionType = {}});
-    EXPECT_EQ(projectionPatched(without, 1), without);  // nothing to patch is no error
-}
-
 TEST(UpdateProjectionType, AnyFailureBecomesOneMessage) {
-    MakerExif asLong;
-    asLong.projectionType.reset();
-    asLong.extraPanoxEntries = {longEntry(0x0001, 2)};
     Bytes badId = makerExifBlock();
     badId[3] = 0;
     Ifd noPanox = makerIfd(MakerExif{});
     noPanox.entries.pop_back();
-    for (const Bytes& block : {makerExifBlock(asLong), badId, Bytes("\0\0", 2), Bytes(),
+    for (const Bytes& block : {makerExifBlock({.projectionType = {}, .extraPanoxEntries = {longEntry(0x0001, 2)}}),
+                               badId, Bytes("\0\0", 2), Bytes(),
                                makerSignature() + serializeIfd(noPanox, 8, ByteOrder::Big)}) {
-        Bytes copy = block;
-        EXPECT_EQ(thrown([&] { projectionPatched(copy, 1); }), "ProjectionType override failed.");
+        EXPECT_EQ(thrown([&] { patched(block, Patch::Projection, 1); }), "ProjectionType override failed.");
     }
 }
 
 TEST(UpdateSphereAdjZenith, AStoredOneIsNeverTurnedOff) {
-    struct Case {
-        uint16_t stored;
-        int32_t requested;
-        uint32_t field;
-    };
-    for (const Case c : {Case{1, 0, 0x00010000}, Case{0, 0, 0x00000000}, Case{0, 1, 0x00010000},
-                         Case{1, -1, 0xFFFF0000}, Case{0, -1, 0xFFFF0000}}) {
-        const Bytes before = makerExifBlock(MakerExif{.topBottomCorrection = c.stored});
-        const Bytes after = zenithPatched(before, c.requested);
-        EXPECT_EQ(after.substr(valueField(before, kZenithEntryBE), 4), be32(c.field))
-            << c.stored << " " << c.requested;
-        EXPECT_EQ(after.size(), before.size());
+    // stored, requested -> value field written
+    const std::tuple<uint16_t, int32_t, uint32_t> cases[] = {
+        {1, 0, 0x00010000}, {0, 0, 0}, {0, 1, 0x00010000}, {1, -1, 0xFFFF0000}, {0, -1, 0xFFFF0000}};
+    for (const auto& [stored, requested, field] : cases) {
+        const Bytes before = makerExifBlock({.topBottomCorrection = stored});
+        EXPECT_EQ(patched(before, Patch::Zenith, requested).substr(valueField(before, 0x0007), 4), be32(field))
+            << stored << " " << requested;
     }
-}
+    // "Stored 1" is the upper half of the value field, whatever the lower.
+    const Bytes odd = makerExifBlock(
+        {.topBottomCorrection = {}, .extraPanoxEntries = {rawEntry(0x0007, tiff::kShort, 1, 0x0001ABCD)}});
+    EXPECT_EQ(patched(odd, Patch::Zenith, 0).substr(valueField(odd, 0x0007), 4), be32(0x00010000));
 
-TEST(UpdateSphereAdjZenith, StoredOneIsRecognisedWhateverTheLowBytes) {
-    MakerExif x;
-    x.topBottomCorrection.reset();
-    x.extraPanoxEntries = {rawEntry(0x0007, tiff::kShort, 1, 0x0001ABCD)};
-    const Bytes before = makerExifBlock(x);
-    const Bytes after = zenithPatched(before, 0);
-    EXPECT_EQ(after.substr(valueField(before, kZenithEntryBE), 4), be32(0x00010000));
-}
-
-TEST(UpdateSphereAdjZenith, WrongEntryFails) {
-    MakerExif x;
-    x.topBottomCorrection.reset();
-    x.extraPanoxEntries = {rawEntry(0x0007, tiff::kShort, 2, 0)};
-    Bytes block = makerExifBlock(x);
-    EXPECT_EQ(thrown([&] { zenithPatched(block, 1); }), "SphereAdjZenith override failed.");
+    const Bytes twoShorts = makerExifBlock(
+        {.topBottomCorrection = {}, .extraPanoxEntries = {rawEntry(0x0007, tiff::kShort, 2, 0)}});
+    EXPECT_EQ(thrown([&] { patched(twoShorts, Patch::Zenith, 1); }), "SphereAdjZenith override failed.");
 }
 
 TEST(UpdateVideoStabilization, ZeroAndMinusOneNeverTouchTheBlock) {
-    for (const Bytes& block : {makerExifBlock(MakerExif{.videoStabilization = 4}), Bytes("garbage")}) {
-        EXPECT_EQ(stabilizationPatched(block, 0), block);
-        EXPECT_EQ(stabilizationPatched(block, -1), block);
+    for (const Bytes& block : {makerExifBlock({.videoStabilization = 4}), Bytes("garbage")}) {
+        EXPECT_EQ(patched(block, Patch::Stabilization, 0), block);
+        EXPECT_EQ(patched(block, Patch::Stabilization, -1), block);
     }
 }
 
-TEST(UpdateVideoStabilization, ExistingEntryGetsTheValue) {
-    MakerExif x;
-    x.videoStabilization = 1;
-    x.stabilizationSlot = true;  // present too, but 0x1014 wins
-    const Bytes before = makerExifBlock(x);
+TEST(UpdateVideoStabilization, ExistingEntryWinsOverTheSlot) {
+    const Bytes before = makerExifBlock({.videoStabilization = 1, .stabilizationSlot = true});
     ConsoleCapture console;
-    const Bytes after = stabilizationPatched(before, 5);
+    const Bytes after = patched(before, Patch::Stabilization, 5);
     EXPECT_EQ(console.text(), "");
-    EXPECT_EQ(changed(before, after).size(), 1u);
-    const Read r = readKMKN(after);
-    EXPECT_EQ(r.record.videoStabilization, 5u);
-    EXPECT_TRUE(r.record.stabilizationFlag2);
+    EXPECT_EQ(changed(before, after), (std::vector<size_t>{valueField(before, 0x1014) + 1}));
 }
 
 TEST(UpdateVideoStabilization, SlotEntryIsRewrittenInPlaceAndSaysSo) {
     for (const ByteOrder order : {ByteOrder::Big, ByteOrder::Little}) {
-        MakerExif x;
-        x.order = order;
-        x.stabilizationSlot = true;
-        const Bytes before = makerExifBlock(x);
+        const Bytes before = makerExifBlock({.order = order, .stabilizationSlot = true});
         ConsoleCapture console;
-        const Bytes after = stabilizationPatched(before, 3);
+        const Bytes after = patched(before, Patch::Stabilization, 3);
         EXPECT_EQ(console.text(), "Overwrite VideoStabilization(1014) into 0109.\n");
-        ASSERT_EQ(after.size(), before.size());
 
-        const Bytes slotBE = be16(0x0109) + be16(10) + be32(3);
-        const Bytes slotLE("\x09\x01\x0A\x00\x03\x00\x00\x00", 8);
-        const size_t entry = before.find(order == ByteOrder::Big ? slotBE : slotLE);
+        const bool big = order == ByteOrder::Big;
+        const size_t entry =
+            before.find(big ? be16(0x0109) + be16(10) + be32(3) : Bytes("\x09\x01\x0A\x00\x03\x00\x00\x00", 8));
         ASSERT_NE(entry, Bytes::npos);
-        const Bytes expected = order == ByteOrder::Big
-                                   ? be16(0x1014) + be16(3) + be32(1) + be32(0x00030000)
-                                   : Bytes("\x14\x10\x03\x00\x01\x00\x00\x00\x00\x00\x03\x00", 12);
-        EXPECT_EQ(after.substr(entry, 12), expected);
-        // Only that entry changed; its old rationals stay where they were.
+        EXPECT_EQ(after.substr(entry, 12), big ? be16(0x1014) + be16(3) + be32(1) + be32(0x00030000)
+                                               : Bytes("\x14\x10\x03\x00\x01\x00\x00\x00\x00\x00\x03\x00", 12));
+        // Only that entry changed; the rationals it pointed at stay.
         for (size_t at : changed(before, after)) EXPECT_TRUE(at >= entry && at < entry + 12) << at;
     }
-    // Read back: the entry stands between 0x0007 and nothing, unsorted or not.
-    const Read r = readKMKN(stabilizationPatched(makerExifBlock(MakerExif{.stabilizationSlot = true}), 3));
+    // Read back where the entry now stands, after 0x0007: the IFD is left unsorted.
+    const Read r = readKMKN(patched(makerExifBlock({.stabilizationSlot = true}), Patch::Stabilization, 3));
     EXPECT_EQ(r.record.videoStabilization, 3u);
     EXPECT_TRUE(r.record.stabilizationFlag1 && r.record.stabilizationFlag2);
 }
 
-TEST(UpdateVideoStabilization, NeitherEntryChangesNothing) {
+TEST(UpdateVideoStabilization, NeitherEntryChangesNothingAndWrongEntriesFail) {
     const Bytes block = makerExifBlock();
     ConsoleCapture console;
-    EXPECT_EQ(stabilizationPatched(block, 3), block);
+    EXPECT_EQ(patched(block, Patch::Stabilization, 3), block);
     EXPECT_EQ(console.text(), "");
-}
 
-TEST(UpdateVideoStabilization, WrongEntriesFail) {
-    MakerExif slotWithTwo;
-    slotWithTwo.extraPanoxEntries = {srationalEntry(0x0109, {{0, 1}, {0, 1}})};
-    MakerExif longStabilization;
-    longStabilization.extraPanoxEntries = {longEntry(0x1014, 3)};
-    for (Bytes block : {makerExifBlock(slotWithTwo), makerExifBlock(longStabilization), Bytes("MM\0\x2A", 4)}) {
-        EXPECT_EQ(thrown([&] { stabilizationPatched(block, 3); }), "VideoStabilization override failed.");
+    for (const Bytes& bad : {makerExifBlock({.extraPanoxEntries = {srationalEntry(0x0109, {{0, 1}, {0, 1}})}}),
+                             makerExifBlock({.extraPanoxEntries = {longEntry(0x1014, 3)}}), Bytes("MM\0\x2A", 4)}) {
+        EXPECT_EQ(thrown([&] { patched(bad, Patch::Stabilization, 3); }), "VideoStabilization override failed.");
     }
 }
 

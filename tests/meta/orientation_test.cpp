@@ -61,16 +61,6 @@ TEST(TiltMatrix, QuarterTurnOntoDown) {
     expectMatrix(m, expected);
 }
 
-TEST(TiltMatrix, PitchAboutX) {
-    // n = (0, -cos t, -sin t): k = (-1, 0, 0); rows (1,0,0), (0,c,s), (0,-s,c).
-    const double t = 30 * kDeg;
-    QVMX::Matrix3x3 m;
-    Stream::tiltMatrix0WithAxis({0, float(-2 * std::cos(t)), float(-2 * std::sin(t))}, {0, -1, 0}, m);
-    const float c = float(std::cos(t)), s = float(std::sin(t));
-    const float expected[3][3] = {{1, 0, 0}, {0, c, s}, {0, -s, c}};
-    expectMatrix(m, expected);
-}
-
 TEST(CalcOrientation, LevelCameraFacingTheFourPoints) {
     // +y forward, +x to the right; the field points north.
     EXPECT_EQ(heading(0, 0, 1000, 0, 1, 0), 0);      // north

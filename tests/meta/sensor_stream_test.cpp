@@ -15,11 +15,18 @@ namespace {
 struct Movie {
     TempDir dir;
     MP4::Container container;
-    explicit Movie(const Bytes& udtaChildren, uint64_t cut = ~uint64_t(0)) {
+    explicit Movie(const Bytes& udtaChildren, bool moovFirst = true, size_t cutFromEnd = 0) {
         MovieSpec spec;
+        spec.moovFirst = moovFirst;
         spec.udtaChildren = udtaChildren;
-        writeFile(dir.file("m.mp4"), buildMovie(spec).substr(0, cut));
+        const Bytes bytes = buildMovie(spec);
+        writeFile(dir.file("m.mp4"), bytes.substr(0, bytes.size() - cutFromEnd));
         EXPECT_TRUE(container.attach(dir.wfile("m.mp4")));
+    }
+    std::vector<Stream::TopBottomCorrection> accel(unsigned short& value) {
+        std::vector<Stream::TopBottomCorrection> out;
+        Stream::loadZ83_KDTD(container, out, value);
+        return out;
     }
 };
 
@@ -61,29 +68,10 @@ TEST(SensorLoad, BothByteOrdersGiveTheSameRecords) {
     }
 }
 
-TEST(SensorLoad, MarkDecidesTheOrderOfTheCountToo) {
-    // 00 00 00 02 with the mark 10 32 is 2; with any other mark it is 0x02000000,
-    // and only the records the box holds are read.
-    Bytes box = compassBox(kCompass, {ByteOrder::Big});
-    Movie big(box);
-    std::vector<Stream::Ecompass> out;
-    unsigned short value;
-    Stream::loadZ83_KDTC(big.container, out, value);
-    EXPECT_EQ(out.size(), 2u);
-
-    box[8 + 8] = 0x11;
-    Movie other(box);
-    Stream::loadZ83_KDTC(other.container, out, value);
-    EXPECT_EQ(out.size(), 2u);
-    EXPECT_NE(out[0].x, 1.5f);  // read little-endian
-}
-
 TEST(SensorLoad, EveryBoxIsAppendedAndTheLastValueWins) {
-    Movie m(accelBox(kAccel, {ByteOrder::Big, 1}) + accelBox({kAccel[0]}, {ByteOrder::Little, 2}));
-    std::vector<Stream::TopBottomCorrection> out = {Stream::TopBottomCorrection{}};
     unsigned short value = 0;
-    Stream::loadZ83_KDTD(m.container, out, value);
-    EXPECT_EQ(out.size(), 3u);  // emptied first
+    const auto out = Movie(accelBox(kAccel, {ByteOrder::Big, 1}) + accelBox({kAccel[0]}, {ByteOrder::Little, 2})).accel(value);
+    EXPECT_EQ(out.size(), 3u);
     EXPECT_EQ(value, 2);
     EXPECT_EQ(out[2].z, -32768);
 }
@@ -105,42 +93,17 @@ TEST(SensorLoad, ShortBoxIsReportedAndSkipped) {
 }
 
 TEST(SensorLoad, CountsBeyondTheBoxReadNoFurtherThanTheBox) {
+    unsigned short value;
     for (const uint32_t claimed : {3u, 1000u, 0xFFFFFFFFu}) {
-        // The box of 2 records is followed by another udta child whose bytes
-        // must not be taken for records.
+        // The next udta child's bytes must not be taken for records.
         Movie m(accelBox(kAccel, {ByteOrder::Big, 0, claimed}) + box("free", Bytes(64, '\x7F')));
-        std::vector<Stream::TopBottomCorrection> out;
-        unsigned short value;
-        Stream::loadZ83_KDTD(m.container, out, value);
-        EXPECT_EQ(out.size(), 2u) << claimed;
+        EXPECT_EQ(m.accel(value).size(), 2u) << claimed;
     }
-    Movie fewer(accelBox(kAccel, {ByteOrder::Big, 0, 1}));
-    std::vector<Stream::TopBottomCorrection> out;
-    unsigned short value;
-    Stream::loadZ83_KDTD(fewer.container, out, value);
-    EXPECT_EQ(out.size(), 1u);
-
-    Movie none(accelBox(kAccel, {ByteOrder::Big, 5, 0}));
-    Stream::loadZ83_KDTD(none.container, out, value);
-    EXPECT_TRUE(out.empty());
+    EXPECT_EQ(Movie(accelBox(kAccel, {ByteOrder::Big, 0, 1})).accel(value).size(), 1u);
+    EXPECT_TRUE(Movie(accelBox(kAccel, {ByteOrder::Big, 5, 0})).accel(value).empty());
     EXPECT_EQ(value, 5);
-}
-
-TEST(SensorLoad, TruncatedFileReadsOnlyWholeRecordsThatArePresent) {
-    // The movie's moov is last when mdat comes first: cut inside the second record.
-    MovieSpec spec;
-    spec.moovFirst = false;
-    spec.udtaChildren = accelBox(kAccel);
-    const Bytes whole = buildMovie(spec);
-    const size_t cut = whole.size() - 10;
-    TempDir dir;
-    writeFile(dir.file("m.mp4"), whole.substr(0, cut));
-    MP4::Container c;
-    ASSERT_TRUE(c.attach(dir.wfile("m.mp4")));
-    std::vector<Stream::TopBottomCorrection> out;
-    unsigned short value;
-    Stream::loadZ83_KDTD(c, out, value);
-    EXPECT_EQ(out.size(), 1u);
+    // moov (and the box) last, the file cut inside the second record.
+    EXPECT_EQ(Movie(accelBox(kAccel), false, 10).accel(value).size(), 1u);
 }
 
 TEST(LoadZ83, PairsAccelerometerAndCompassInTheSystemAxes) {
