@@ -10,6 +10,7 @@
 #include "foundation/wchar.h"
 #include "mp4/container.h"
 #include "tools/dump_geo.h"
+#include "tools/dump_camera.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ int dumpFile(const std::wstring& path) {
     }
     container.dump();
     dumpGeo(container);
+    dumpCameraMeta(container);
     return 0;
 }
 
