@@ -1,10 +1,17 @@
 #include "mp4/box_edits.h"
 
+#include <algorithm>
 #include <map>
 
 #include "mp4/byte_copy.h"
 
 namespace MP4 {
+
+uint64_t heldEnd(const BOX& box) {
+    uint64_t end = box.end();
+    for (const BOX* p = box.parent; p != nullptr; p = p->parent) end = std::min(end, p->end());
+    return end;
+}
 
 std::vector<BoxSpan> holdersFrom(const BOX& box) {
     std::vector<BoxSpan> spans;

@@ -34,6 +34,9 @@ struct BoxEdit {
     }
 };
 
+// The end of a box as far as every box above it really holds it.
+uint64_t heldEnd(const BOX& box);
+
 // box itself and every box above it, the root excluded (it has no header).
 std::vector<BoxSpan> holdersFrom(const BOX& box);
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "mp4/box_edits.h"
 #include "mp4/container.h"
 #include "mp4/sample_table_boxes.h"
 #include "mp4/uuid_box.h"
@@ -11,13 +12,6 @@ namespace MP4 {
 namespace {
 
 constexpr uint64_t kTableBlock = 64 * 1024;
-
-// The end of a box as far as all of its ancestors really hold it.
-uint64_t heldEnd(const BOX& box) {
-    uint64_t end = box.end();
-    for (const BOX* p = box.parent; p != nullptr; p = p->parent) end = std::min(end, p->end());
-    return end;
-}
 
 bool shifted(uint64_t value, int64_t delta, uint64_t limit, uint64_t& out) {
     if (delta >= 0) {

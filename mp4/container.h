@@ -109,6 +109,9 @@ private:
     // Appends at the end of the file in place; the file is cut back to its
     // old length when write fails.
     bool appendAtEnd(const std::wstring& name, const EditFn& write);
+    // The edit that puts the Spherical Video XML box in place: over an
+    // existing one, else at the end of the video track.
+    bool sphericalVideoXmlEdit(const std::string& xml, BoxEdit& edit);
     bool shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found);
     // The top-level spatial-data uuid box, if any.
     BOX* spatialDataBlock();
