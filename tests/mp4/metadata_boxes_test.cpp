@@ -82,17 +82,6 @@ TEST(AppendXmpAndAxis, AFailedWriteCutsTheFileBackToItsOldLength) {
     EXPECT_EQ(m.bytes(), m.original);
 }
 
-TEST(AppendXmpAndAxis, WithAnOutputPathTheSourceKeepsItsBytes) {
-    MovieFile m(buildMovie({}));
-    const auto output = m.dir.file("out.mp4");
-    m.container.setOutputPath(widen(output.string()));
-    EXPECT_TRUE(m.container.appendXMP(kXmp));
-    EXPECT_TRUE(m.container.appendAxis("ax"));
-    EXPECT_EQ(m.bytes(), m.original);
-    EXPECT_EQ(readFile(output), m.original + uuidBox(id(MP4::XMP::_UUID), kXmp) +
-                                    uuidBox(id(MP4::AXIS::_UUID), "ax"));
-}
-
 TEST(SphericalVideoXml, GoesIntoTheVideoTrackAndKeepsEverySample) {
     for (const auto& spec : kLayouts) {
         SCOPED_TRACE(layoutName(spec));
@@ -134,10 +123,4 @@ TEST(SphericalVideoXml, ASecondTextReplacesTheFirst) {
     ASSERT_NE(found, nullptr);
     EXPECT_EQ(found->parent, m.container.videoTrack());
     EXPECT_EQ(bytes.view(), uuidBox(id(MP4::SphericalXML::_UUID), "x"));
-}
-
-TEST(SphericalVideoXml, AMovieWithoutAVideoTrackIsLeftAlone) {
-    MovieFile m(box("ftyp", "isom") + box("moov", mvhd(0, 1, 1000, 1)) + box("mdat", "x"));
-    EXPECT_FALSE(m.container.appendSphericalVideoXML(kXml));
-    EXPECT_EQ(m.bytes(), m.original);
 }

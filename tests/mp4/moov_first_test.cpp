@@ -97,12 +97,6 @@ TEST(MoovFirst, BrokenTablesFailAndLeaveTheSource) {
     EXPECT_NE(console.text().find("Container::modifyContainer::moovFirst("), std::string::npos);
 }
 
-TEST(MoovFirst, MediaDataWithoutAMovieBoxIsNotTouched) {
-    MovieFile m(box("ftyp", "isom") + box("mdat", "data"));
-    EXPECT_FALSE(m.container.moovFirst());
-    EXPECT_EQ(m.bytes(), m.original);
-}
-
 TEST(TimeStamp, WritesTheCreationTimeInEveryHeaderInItsVersionsWidth) {
     // Version 1 movie header, a version 0 and a version 1 track.
     auto trak = [](uint8_t v) {
