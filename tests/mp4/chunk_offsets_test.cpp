@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include "mp4/container.h"
-#include "mp4/sample_table_boxes.h"
 #include "support/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
