@@ -38,7 +38,9 @@ bool Container::insertBox(const std::wstring& name, const BOX& box, bool replace
 }
 
 bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
-    std::sort(edits.begin(), edits.end(),
+    // Stable: of two insertions at one point, the one listed first (the
+    // deeper box's) comes first.
+    std::stable_sort(edits.begin(), edits.end(),
               [](const BoxEdit& a, const BoxEdit& b) { return a.from < b.from; });
     const CopyFn copy = [&edits](BinFile& source, BinFile& destination, uint64_t& position) {
         return copyWithEdits(source, destination, edits, position);
