@@ -2,8 +2,9 @@
 """Runs shell commands side by side, alternating, and prints each one's median
 wall time and peak memory, and their ratios to the first command.
 
-usage: compare.py RUNS LABEL 'COMMAND' [LABEL 'COMMAND' ...]
-       (a command may use {run} for the run's index)
+usage: compare.py RUNS [--before 'SETUP'] LABEL 'COMMAND' [LABEL 'COMMAND' ...]
+       (a command may use {run} for the run's index; SETUP runs untimed
+       before every timed command, e.g. to remove the previous output)
 """
 import os
 import statistics
@@ -25,12 +26,18 @@ def run_once(command):
 
 def main():
     runs = int(sys.argv[1])
-    pairs = list(zip(sys.argv[2::2], sys.argv[3::2]))
+    args = sys.argv[2:]
+    before = None
+    if args[:1] == ["--before"]:
+        before, args = args[1], args[2:]
+    pairs = list(zip(args[0::2], args[1::2]))
     times = {label: [] for label, _ in pairs}
     memory = {label: [] for label, _ in pairs}
     for i in range(runs):
         order = pairs if i % 2 == 0 else list(reversed(pairs))
         for label, command in order:
+            if before:
+                subprocess.run(before.replace("{run}", str(i)), shell=True, check=True)
             t, rss = run_once(command.replace("{run}", str(i)))
             times[label].append(t)
             memory[label].append(rss)

@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "foundation/console.h"
+#include "mp4/byte_copy.h"
 
 namespace MP4 {
 
@@ -87,7 +88,7 @@ bool BOX::writeSize(BinFile& file, uint64_t newSize) const {
 
 bool BOX::copyTo(QVMX::FileIO& from, QVMX::FileIO& to) const {
     if (!from.seek_set(start)) return false;
-    return from.copyTo(to, size) == size;
+    return copyBytes(from, to, size) == size;
 }
 
 void NestedBox::dump() const {

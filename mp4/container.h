@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "foundation/byte_array.h"
 #include "foundation/file_io.h"
@@ -14,7 +15,8 @@ class GPSInfo;
 
 namespace MP4 {
 
-class SpatialTrim;
+class SpatialSound;
+struct BoxEdit;
 
 // A movie file and its parsed box tree. Every edit parses the file again
 // afterwards, so no box reference outlives an edit.
@@ -45,8 +47,9 @@ public:
 
     const std::wstring& path() const { return path_; }
     const std::wstring& outputPath() const { return outputPath_; }
-    // When set, the next copy-frame rewrite writes there and the container
-    // then describes that file.
+    // When set, the source is never written: the next rewrite of either frame
+    // writes there (an in-place edit first copies the file there), and the
+    // container then describes that file.
     void setOutputPath(const std::wstring& output) { outputPath_ = output; }
 
     ROOT* root() const { return root_.get(); }
@@ -64,6 +67,9 @@ public:
                    const FixFn& fixA, const FixFn& fixB);
     bool replaceUdta(uint64_t size, const ByteArray& bytes);
     static bool modifyBoxSize(BinFile& file, const BOX& box, int64_t delta);
+    // Both return whether any table was found; a table whose entry count
+    // runs past its box, or whose shifted offsets would leave the file, is
+    // not written and makes the result false.
     bool modifySTCOIndex(BinFile& file, int64_t delta);
     bool modifySpatialTrakSTCOIndex(BinFile& file, int64_t delta);
 
@@ -83,7 +89,7 @@ public:
     bool appendAxis(const std::string& payload);
     bool isSpatialDataExist();
     bool appendSpatialData(QVMX::FileIO& source, uint64_t offset, uint64_t size);
-    bool trimSpatialData(QVMX::FileIO& source, uint64_t offset, const SpatialTrim& sound);
+    bool trimSpatialData(QVMX::FileIO& source, uint64_t offset, SpatialSound& sound);
     bool overwriteSpatialDataOffset(uint64_t oldOffset);
 
     // --- H.264 parameter sets ------------------------------------------------
@@ -91,6 +97,24 @@ public:
 
 private:
     void forget();
+    // The output path, unless it names the source file itself (then it is
+    // dropped and edits go to the source).
+    std::wstring pendingOutput();
+    // Before an in-place edit: with an output path pending, copies the file
+    // there and goes on with the copy.
+    bool takeOutputPath(const std::wstring& name);
+    // One copy-frame rewrite making all the edits, with the holders' sizes
+    // and the chunk offsets of whatever moved brought up to date.
+    bool applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
+    // Appends at the end of the file in place; the file is cut back to its
+    // old length when write fails.
+    bool appendAtEnd(const std::wstring& name, const EditFn& write);
+    // The edit that puts the Spherical Video XML box in place: over an
+    // existing one, else at the end of the video track.
+    bool sphericalVideoXmlEdit(const std::string& xml, BoxEdit& edit);
+    bool shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found);
+    // The top-level spatial-data uuid box, if any.
+    BOX* spatialDataBlock();
 
     std::wstring path_;
     std::wstring outputPath_;

@@ -13,7 +13,9 @@ void readVersionAndFlags(BinFile& file, uint8_t& version, uint32_t& flags) {
 namespace {
 
 // The creation time sits right after the header and the version and flags.
+// A box too small to hold the field is not written.
 bool writeCreationTime(BinFile& file, const BOX& box, uint8_t version, uint64_t time) {
+    if (box.largeSize || box.size < (version == 1 ? 20u : 16u)) return false;
     const uint64_t saved = file.position();
     file.seek(box.start + 12);
     const bool ok = version == 1 ? file.write64(time) : file.write32(static_cast<uint32_t>(time));

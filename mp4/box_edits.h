@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "foundation/byte_array.h"
+#include "mp4/bin_file.h"
+#include "mp4/box.h"
+
+// Rewrites described as byte-range edits of a source file, together with the
+// boxes whose sizes change with them. Everything is taken from the source
+// tree before the copy starts, so several edits can go into one rewrite.
+namespace MP4 {
+
+// Where a box's header is and what it says.
+struct BoxSpan {
+    uint64_t start = 0;
+    uint64_t size = 0;
+    bool largeSize = false;
+};
+
+// The source bytes [from, to) give way to bytes (from == to inserts).
+struct BoxEdit {
+    uint64_t from = 0;
+    uint64_t to = 0;
+    ByteArray bytes;
+    // Start of the box the edit is made at: media data lying after it moves.
+    uint64_t anchor = 0;
+    // The boxes that hold the edit, innermost first; each changes size by delta().
+    std::vector<BoxSpan> holders;
+
+    int64_t delta() const {
+        return static_cast<int64_t>(bytes.size) - static_cast<int64_t>(to - from);
+    }
+};
+
+// The end of a box as far as every box above it really holds it.
+uint64_t heldEnd(const BOX& box);
+
+// box itself and every box above it, the root excluded (it has no header).
+std::vector<BoxSpan> holdersFrom(const BOX& box);
+
+// Where the byte at a source offset lies once the edits are made.
+uint64_t movedOffset(const std::vector<BoxEdit>& edits, uint64_t offset);
+
+// Sorted by from, not overlapping, inside a file of length bytes, and each
+// inside every box that holds it.
+bool editsFit(const std::vector<BoxEdit>& edits, uint64_t length);
+
+// Writes the source with the edits made; position = where the first edit's
+// bytes went.
+bool copyWithEdits(BinFile& source, BinFile& destination, const std::vector<BoxEdit>& edits,
+                   uint64_t& position);
+
+// In the new file, rewrites the size field of every box that holds an edit.
+// False (nothing more written) when a size would fall below its header or
+// no longer fit its field.
+bool resizeHolders(BinFile& file, const std::vector<BoxEdit>& edits);
+
+}  // namespace MP4

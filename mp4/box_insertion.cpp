@@ -1,0 +1,124 @@
+// Rewrites that put new bytes into the box tree: after a box, in its place,
+// or as a new user-data box of the movie.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "mp4/box_edits.h"
+#include "mp4/byte_copy.h"
+#include "mp4/container.h"
+
+namespace MP4 {
+
+namespace {
+constexpr const char* kTrackTables = "moov.trak.mdia.minf.stbl";
+constexpr const char* kSpatialTables = "uuid.KATR.mdia.minf.stbl";
+}  // namespace
+
+bool Container::insertBox(const std::wstring& name, const BOX& box, bool replace,
+                          const EditFn& writeFn, const FixFn& fixA, const FixFn& fixB) {
+    const uint64_t start = box.start;
+    const uint64_t size = box.size;
+    const CopyFn copy = [&](BinFile& source, BinFile& destination, uint64_t& position) {
+        const uint64_t length = source.length();
+        if (start > length || size > length - start) return false;
+        if (!source.seek_set(0) || copyBytes(source, destination, start) != start) return false;
+        if (replace) {
+            if (!source.seek_set(start + size)) return false;
+        } else if (copyBytes(source, destination, size) != size) {
+            return false;
+        }
+        position = destination.position();
+        if (!writeFn(destination)) return false;
+        const uint64_t rest = length - start - size;
+        return copyBytes(source, destination, rest) == rest;
+    };
+    return modifyContainer(name, copy, fixA, fixB);
+}
+
+bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
+    // Stable: of two insertions at one point, the one listed first (the
+    // deeper box's) comes first.
+    std::stable_sort(edits.begin(), edits.end(),
+              [](const BoxEdit& a, const BoxEdit& b) { return a.from < b.from; });
+    const CopyFn copy = [&edits](BinFile& source, BinFile& destination, uint64_t& position) {
+        return copyWithEdits(source, destination, edits, position);
+    };
+    const FixFn grow = [&edits](Container&, BinFile& file) { return resizeHolders(file, edits); };
+    // Chunk offsets move with the data they point into: the media data, and
+    // the spatial-data block, each when it lies after the edited box.
+    const FixFn shift = [&edits](Container& fixed, BinFile& file) {
+        int64_t media = 0;
+        int64_t spatial = 0;
+        const BOX* mdat = fixed.mdat();
+        const BOX* block = fixed.spatialDataBlock();
+        for (const auto& e : edits) {
+            const uint64_t anchor = movedOffset(edits, e.anchor);
+            if (mdat != nullptr && mdat->start > anchor) media += e.delta();
+            if (block != nullptr && block->start > anchor) spatial += e.delta();
+        }
+        bool found = false;
+        if (media != 0 && !fixed.shiftChunkOffsets(file, kTrackTables, media, found)) return false;
+        if (spatial != 0 && !fixed.shiftChunkOffsets(file, kSpatialTables, spatial, found)) {
+            return false;
+        }
+        return true;
+    };
+    return modifyContainer(name, copy, grow, shift);
+}
+
+bool Container::replaceUdta(uint64_t size, const ByteArray& bytes) {
+    if (moov_ == nullptr || !moov_->hasChild()) return false;
+    // The bytes must be exactly one udta box of that size.
+    if (size != bytes.size || size < 8 || std::memcmp(bytes.data + 4, "udta", 4) != 0) return false;
+    const uint32_t declared = readBE32(bytes.data);
+    if (declared != size && !(declared == 1 && size >= 16 && readBE64(bytes.data + 8) == size)) {
+        return false;
+    }
+    auto& moov = static_cast<NestedBox&>(*moov_);
+    BoxEdit edit;
+    edit.bytes = bytes;
+    edit.holders = holdersFrom(moov);
+    std::wstring name;
+    const auto udta = std::find_if(moov.children.begin(), moov.children.end(),
+                                   [](const auto& child) { return child->isType(fourcc("udta")); });
+    if (udta != moov.children.end()) {
+        name = L"replaceUdta_Replace";
+        edit.from = (*udta)->start;
+        edit.to = (*udta)->end();
+        edit.anchor = (*udta)->start;
+    } else {
+        if (moov.children.size() < 3) return false;
+        name = L"replaceUdta_Append";
+        const BOX& last = *moov.children.back();
+        edit.from = edit.to = last.end();
+        edit.anchor = last.start;
+    }
+    std::vector<BoxEdit> edits;
+    edits.push_back(std::move(edit));
+    return applyEdits(name, edits);
+}
+
+bool Container::appendAtEnd(const std::wstring& name, const EditFn& write) {
+    return modifyContainer(name, [this, &write](BinFile& file) {
+        const uint64_t length = file.length();
+        const uint64_t end = root_ ? root_->size : length;
+        // A last box that runs to the end of the file gets its real size
+        // first, so that what is appended stays outside it.
+        if (root_ && !root_->children.empty()) {
+            const BOX& last = *root_->children.back();
+            file.setLimit(BinFile::kNoLimit);
+            file.seek(last.start);
+            if (!last.largeSize && last.end() == length && file.read32() == 0) {
+                if (last.size > 0xFFFFFFFFull || !last.writeSize(file, last.size)) return false;
+            }
+        }
+        file.seek(end);
+        if (write(file)) return true;
+        [[maybe_unused]] const int ignored = ::ftruncate(file.descriptor(), static_cast<off_t>(length));
+        return false;
+    });
+}
+
+}  // namespace MP4

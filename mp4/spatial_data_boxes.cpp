@@ -1,0 +1,90 @@
+// The spatial-data block (the KADT audio bytes and the KATR track that
+// describes them): carried into the output and kept pointing at itself.
+#include <unistd.h>
+
+#include <cstring>
+
+#include "foundation/console.h"
+#include "mp4/box_edits.h"
+#include "mp4/byte_copy.h"
+#include "mp4/container.h"
+#include "mp4/uuid_box.h"
+
+namespace MP4 {
+
+namespace {
+
+// Whether source holds one whole spatial-data box of size bytes at offset.
+bool isSpatialBlockAt(QVMX::FileIO& source, uint64_t offset, uint64_t size) {
+    const uint64_t length = source.length();
+    if (size < UUID::kHeaderSize || offset > length || size > length - offset) return false;
+    uint8_t header[UUID::kHeaderSize];
+    if (!source.seek_set(offset)) return false;
+    uint64_t done = 0;
+    while (done < sizeof header) {
+        const uint64_t got = source.read(header + done, sizeof header - done);
+        if (got == QVMX::FileIO::kError || got == 0) return false;
+        done += got;
+    }
+    return readBE32(header) == size && std::memcmp(header + 4, "uuid", 4) == 0 &&
+           std::memcmp(header + 8, SpatialData::_UUID.data(), 16) == 0;
+}
+
+}  // namespace
+
+bool Container::isSpatialDataExist() { return spatialDataBlock() != nullptr; }
+
+bool Container::appendSpatialData(QVMX::FileIO& source, uint64_t offset, uint64_t size) {
+    if (isSpatialDataExist()) {
+        QVMX::Console::out(L"MP4: SpatialData is existed.\n");
+        return true;
+    }
+    if (!isSpatialBlockAt(source, offset, size)) return false;
+    uint64_t before = 0;
+    const bool copied = appendAtEnd(L"appendSpatialData", [&](BinFile& file) {
+        before = file.position();
+        return source.seek_set(offset) && copyBytes(source, file, size) == size;
+    });
+    if (!copied) return false;
+    if (overwriteSpatialDataOffset(offset)) return true;
+    // A block whose track cannot be brought up to date is taken out again.
+    modifyContainer(L"appendSpatialData", [before](BinFile& file) {
+        return ::ftruncate(file.descriptor(), static_cast<off_t>(before)) == 0;
+    });
+    return false;
+}
+
+bool Container::overwriteSpatialDataOffset(uint64_t oldOffset) {
+    BOX* kadt = nullptr;
+    find("uuid.KADT", [&kadt](BOX& box) {
+        const auto* block = dynamic_cast<const UUID*>(box.parent);
+        if (kadt == nullptr && block != nullptr && block->isKind(SpatialData::_UUID)) kadt = &box;
+        return true;
+    });
+    if (kadt == nullptr) return false;
+    // The whole block moved by one distance; the KATR offsets follow it.
+    const uint64_t blockStart = kadt->parent->start;
+    const uint64_t blockSize = kadt->parent->size;
+    const int64_t distance = static_cast<int64_t>(blockStart - oldOffset);
+    if (!modifyContainer(L"overwriteSpatialDataOffset_KADT", [this, distance](BinFile& file) {
+            return modifySpatialTrakSTCOIndex(file, distance);
+        })) {
+        return false;
+    }
+
+    BOX* kdt9 = nullptr;
+    find("moov.udta.KDT9", [&kdt9](BOX& box) {
+        if (kdt9 == nullptr) kdt9 = &box;
+        return false;
+    });
+    if (kdt9 == nullptr) return true;
+    // Its first two numbers locate the block: where it starts and its size.
+    const uint64_t at = kdt9->start;
+    if (kdt9->largeSize || heldEnd(*kdt9) < at + 24) return false;
+    return modifyContainer(L"overwriteSpatialDataOffset_KDT9", [=](BinFile& file) {
+        file.seek(at + 8);
+        return file.write64(blockStart) && file.write64(blockSize);
+    });
+}
+
+}  // namespace MP4
