@@ -249,3 +249,37 @@ TEST(FullRangeOracle, EachWayOfMakingRoomKeepsEveryPacket) {
         EXPECT_EQ(frames(dir.file("out.mp4")), framesBefore);
     }
 }
+
+TEST(FullRangeOracle, TavrelDumpShowsTheSpsBeforeAndAfterTavrelEdit) {
+    TempDir dir;
+    encode(dir, kSources[6], "in.mp4");  // interlaced High: map units are field rows
+    const std::string tools = binaryDir() + "/tools/";
+    const auto edit = runCommand(shellQuote(tools + "tavrel-edit") + " fullrange " +
+                                 shellQuote(dir.file("in.mp4").string()) + " " +
+                                 shellQuote(dir.file("out.mp4").string()) + " 1");
+    EXPECT_EQ(edit.status, 0) << edit.output;
+    EXPECT_NE(edit.output.find("Container::appendFullRangeAndConstrainedSet1Flag: 0 - 1, "
+                               "constrained_set1_flag:  0 - 1"),
+              std::string::npos)
+        << edit.output;
+    const auto dump = [&](const char* name) {
+        const auto r = runCommand(shellQuote(tools + "tavrel-dump") + " " + shellQuote(dir.file(name).string()));
+        EXPECT_EQ(r.status, 0);
+        return r.output.substr(r.output.find("avcC: start="));
+    };
+    const std::string before = dump("in.mp4");
+    EXPECT_NE(before.find("avcC:     profile_idc=100 constraint_set0..5=000000 level_idc="),
+              std::string::npos)
+        << before;
+    EXPECT_NE(before.find("avcC:     macroblocks=8x4 frame_mbs_only=0\n"), std::string::npos) << before;
+    EXPECT_NE(before.find("avcC:     vui=1 video_signal_type=0 video_format=0 video_full_range=0\n"),
+              std::string::npos)
+        << before;
+    const std::string after = dump("out.mp4");
+    EXPECT_NE(after.find("avcC:     profile_idc=100 constraint_set0..5=010000 level_idc="),
+              std::string::npos)
+        << after;
+    EXPECT_NE(after.find("avcC:     vui=1 video_signal_type=1 video_format=5 video_full_range=1\n"),
+              std::string::npos)
+        << after;
+}
