@@ -329,3 +329,21 @@ TEST(EmulationPrevention, EscapesAfterTwoZerosBeforeAnyByteUpToThree) {
     // A 03 that is itself data after an escape stays.
     EXPECT_EQ(removeEmulationPrevention(bytesOf({0, 0, 3, 3, 0, 3})), bytesOf({0, 0, 3, 0, 3}));
 }
+
+TEST(ParameterSets, AnSpsThatNoLongerFitsItsLengthFieldIsNotStored) {
+    Decoded d;
+    decode(vector("baseline_64x32"), d);
+    const ByteArray kept = d.record.sequenceParameterSets.front().bytes;
+    // 9000 cycle entries of 63 bits each: more than 64 KiB of SPS.
+    d.sps.pic_order_cnt_type = 1;
+    d.sps.num_ref_frames_in_pic_order_cnt_cycle = 9000;
+    d.sps.offset_for_ref_frame.values.assign(9000, 0x7FFFFFFF);
+    std::string message;
+    try {
+        d.record.sps_store(d.sps);
+    } catch (const char* m) {
+        message = m;
+    }
+    EXPECT_EQ(message, "parameter set too long");
+    EXPECT_EQ(d.record.sequenceParameterSets.front().bytes, kept);
+}
