@@ -66,20 +66,11 @@ TEST(BitStream, ReadsBitsAndBytesInOrderAndRefusesBytesMidByte) {
     EXPECT_EQ(thrown([&] { s.read8(); }), "bits existed");
     EXPECT_EQ(s.read_bits(5).value, 0x1Fu);
     EXPECT_EQ(s.read8(), 0x80);
-    const auto none = s.read_bits(0);
-    EXPECT_EQ(none.value, 0u);
-    EXPECT_EQ(none.count, 0);
     EXPECT_EQ(thrown([&] { s.next_bit(); }), "no more data");
-
-    GolombBitStream empty;
-    empty.attach(ByteArray());
-    EXPECT_EQ(thrown([&] { empty.next_bit(); }), "no more data");
     GolombBitStream shortStream;
     shortStream.attach(bytes({1, 2}));
     ByteArray out;
     EXPECT_EQ(thrown([&] { shortStream.read_bytes(3, out); }), "no more data");
-    shortStream.read_bytes(2, out);
-    EXPECT_EQ(out, bytes({1, 2}));
 }
 
 TEST(BitStream, WritesBitsThenBytesAndPadsWithZeros) {
@@ -116,19 +107,16 @@ TEST(Golomb, UnsignedCodesBothWays) {
     EXPECT_EQ(H264::GolombBitStream::decode({0, 7}), -1);
 }
 
-TEST(Golomb, OverlongAndCutCodesThrow) {
+TEST(Golomb, OverlongAndCutCodesThrowAndHugeValuesStillWriteWhole) {
     GolombBitStream tooLong;
     attachBits(tooLong, std::string(16, '0') + "1" + std::string(15, '0'));
     EXPECT_EQ(thrown([&] { tooLong.read_golomb(); }), "too log golomb sream");
     GolombBitStream cut;
     attachBits(cut, "00000000");
     EXPECT_EQ(thrown([&] { cut.read_golomb(); }), "no more data");
-}
-
-TEST(Golomb, LargeValuesStillWriteTheirFullCode) {
     // Longer than 32 bits: 32 zeros, a one and 32 zero bits.
-    const std::string bits = written([](GolombBitStream& w) { w.write_golomb(0xFFFFFFFFu); }, 65);
-    EXPECT_EQ(bits, std::string(32, '0') + "1" + std::string(32, '0'));
+    EXPECT_EQ(written([](GolombBitStream& w) { w.write_golomb(0xFFFFFFFFu); }, 65),
+              std::string(32, '0') + "1" + std::string(32, '0'));
 }
 
 TEST(Golomb, SignedMappingIsNotInverseForOddCodes) {

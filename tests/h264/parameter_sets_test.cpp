@@ -79,93 +79,37 @@ TEST(ParameterSets, EveryEncoderRecordComesBackByteForByte) {
 }
 
 TEST(ParameterSets, DecodedFieldsMatchWhatTheEncoderWasAskedFor) {
+    // FFmpeg checks every field of the rewritten SPS (integration tests);
+    // these are the ones whose position depends on the branches taken.
     Decoded b;
     decode(vector("baseline_512x256"), b);
-    EXPECT_EQ(b.sps.nal_unit_type, 7u);
-    EXPECT_EQ(b.sps.profile_idc, 66u);
-    EXPECT_EQ(b.sps.constraint_set0_flag, 1u);
-    EXPECT_EQ(b.sps.constraint_set1_flag, 1u);
-    EXPECT_EQ(b.sps.level_idc, 21u);
-    EXPECT_EQ(b.sps.pic_order_cnt_type, 2u);
     EXPECT_EQ(b.sps.pic_width_in_mbs_minus1, 31u);
     EXPECT_EQ(b.sps.pic_height_in_map_units_minus1, 15u);
-    EXPECT_EQ(b.sps.frame_mbs_only_flag, 1u);
-    EXPECT_EQ(b.sps.vui_parameters_present_flag, 1u);
     // The 32-bit timing fields hold escaped zero bytes in the NAL unit.
-    EXPECT_EQ(b.sps.vui.timing_info_present_flag, 1u);
     EXPECT_EQ(b.sps.vui.num_units_in_tick, 1u);
     EXPECT_EQ(b.sps.vui.time_scale, 60u);
-    EXPECT_EQ(b.sps.vui.video_signal_type_present_flag, 0u);
     EXPECT_EQ(b.sps.rbsp_stop_one_bit, 1u);
-    EXPECT_EQ(b.record.lengthSizeMinusOne, 3u);
-    EXPECT_EQ(b.record.numOfSequenceParameterSets, 1u);
     EXPECT_EQ(b.record.pictureParameterSets.front().length, 5u);
 
-    Decoded crop;
+    Decoded crop, hrd, interlaced, cube, deep;
     decode(vector("main_crop"), crop);
-    EXPECT_EQ(crop.sps.profile_idc, 77u);
-    EXPECT_EQ(crop.sps.pic_width_in_mbs_minus1, 6u);
-    EXPECT_EQ(crop.sps.pic_height_in_map_units_minus1, 3u);
-    EXPECT_EQ(crop.sps.frame_cropping_flag, 1u);
     EXPECT_EQ(crop.sps.frame_crop_right_offset, 6u);
     EXPECT_EQ(crop.sps.frame_crop_bottom_offset, 2u);
-
-    Decoded high;
-    decode(vector("high_bframes"), high);
-    EXPECT_EQ(high.sps.profile_idc, 100u);
-    EXPECT_EQ(high.sps.highProfile.chroma_format_idc, 1u);
-    EXPECT_EQ(high.sps.pic_order_cnt_type, 0u);
-    EXPECT_EQ(high.sps.vui.bitstream_restriction_flag, 1u);
-    EXPECT_EQ(high.sps.vui.max_num_reorder_frames, 2u);
-    EXPECT_EQ(high.record.trailing.size, 4u);  // chroma format and bit depths
-
-    Decoded full;
-    decode(vector("high_full_range"), full);
-    EXPECT_EQ(full.sps.vui.video_signal_type_present_flag, 1u);
-    EXPECT_EQ(full.sps.vui.video_format, 5u);
-    EXPECT_EQ(full.sps.vui.video_full_range_flag, 1u);
-
-    Decoded colour;
-    decode(vector("high_colour_component"), colour);
-    EXPECT_EQ(colour.sps.vui.video_format, 0u);
-    EXPECT_EQ(colour.sps.vui.video_full_range_flag, 0u);
-    EXPECT_EQ(colour.sps.vui.colour_description_present_flag, 1u);
-    EXPECT_EQ(colour.sps.vui.colour_primaries, 1u);
-    EXPECT_EQ(colour.sps.vui.matrix_coefficients, 1u);
-
-    Decoded hrd;
     decode(vector("high_sar_hrd"), hrd);
-    EXPECT_EQ(hrd.sps.vui.aspect_ratio_idc, 255u);
-    EXPECT_EQ(hrd.sps.vui.sar_width, 7u);
     EXPECT_EQ(hrd.sps.vui.sar_height, 5u);
-    EXPECT_EQ(hrd.sps.vui.nal_hrd_parameters_present_flag, 1u);
-    EXPECT_EQ(hrd.sps.vui.vcl_hrd_parameters_present_flag, 0u);
     EXPECT_EQ(hrd.sps.vui.nal_hrd.bit_rate_value_minus1.values.size(), 1u);
     EXPECT_EQ(hrd.sps.vui.pic_struct_present_flag, 1u);
-    EXPECT_EQ(hrd.sps.vui.bitstream_restriction_flag, 1u);
-
-    Decoded interlaced;
+    EXPECT_EQ(hrd.sps.vui.nal_hrd.bit_rate_value_minus1.values.front(), 3124u);
+    EXPECT_EQ(hrd.sps.vui.max_dec_frame_buffering, 4u);
     decode(vector("high_interlaced"), interlaced);
-    EXPECT_EQ(interlaced.sps.frame_mbs_only_flag, 0u);
     EXPECT_EQ(interlaced.sps.mb_adaptive_frame_field_flag, 1u);
-    EXPECT_EQ(interlaced.sps.pic_height_in_map_units_minus1, 1u);
-
-    Decoded cqm;
-    decode(vector("high444_cqm"), cqm);
-    EXPECT_EQ(cqm.sps.profile_idc, 244u);
-    EXPECT_EQ(cqm.sps.highProfile.chroma_format_idc, 3u);
-    EXPECT_EQ(cqm.sps.highProfile.separate_colour_plane_flag, 0u);
-    EXPECT_EQ(cqm.sps.vui.time_scale, 60u);
-
-    Decoded lossless;
-    decode(vector("high444_lossless"), lossless);
-    EXPECT_EQ(lossless.sps.highProfile.qpprime_y_zero_transform_bypass_flag, 1u);
-    EXPECT_EQ(lossless.sps.highProfile.seq_scaling_matrix_present_flag, 0u);
-
-    Decoded deep;
+    EXPECT_EQ(interlaced.sps.vui.time_scale, 60u);
+    decode(vector("high444_lossless"), cube);
+    EXPECT_EQ(cube.sps.highProfile.chroma_format_idc, 3u);
+    EXPECT_EQ(cube.sps.highProfile.qpprime_y_zero_transform_bypass_flag, 1u);
     decode(vector("high10"), deep);
-    EXPECT_EQ(deep.sps.profile_idc, 110u);
     EXPECT_EQ(deep.sps.highProfile.bit_depth_minus8, 2u);
+    EXPECT_EQ(deep.record.trailing.size, 4u);  // chroma format and bit depths
 }
 
 TEST(ParameterSets, ScalingListsReadAndWriteThroughTheOwnSignedMapping) {
@@ -264,20 +208,6 @@ TEST(ParameterSets, PictureParameterSetsAreCountedWithTheSequenceCount) {
     EXPECT_EQ(d.record.pictureParameterSets.sets.size(), 1u);
     EXPECT_EQ(d.record.trailing, bytesOf({0x00, 0x03, 0x68, 0xCE, 0x3C}));
     EXPECT_EQ(hex(roundTrip(twoPps)), hex(withReservedCleared(twoPps)));
-
-    // Two SPS announced: two PPS entries are read, and only the first SPS decoded.
-    ByteArray twoSps;
-    twoSps.append(one.data, ppsCount);
-    twoSps.data[5] = 0xE2;
-    twoSps.append(bytesOf({0x00, 0x02, 0x67, 0x42}).data, 4);
-    twoSps.append(one.data + ppsCount, one.size - ppsCount);
-    twoSps.append(bytesOf({0x00, 0x01, 0x68}).data, 3);
-    Decoded two;
-    decode(twoSps, two);
-    EXPECT_EQ(two.record.sequenceParameterSets.sets.size(), 2u);
-    EXPECT_EQ(two.record.pictureParameterSets.sets.size(), 2u);
-    EXPECT_EQ(two.record.trailing.size, 0u);
-    EXPECT_EQ(two.sps.pic_width_in_mbs_minus1, 3u);
 }
 
 TEST(ParameterSets, BrokenRecordsAndParameterSetsFailWithTheirReason) {
