@@ -57,10 +57,10 @@ Rewrite rewrite(MovieFile& m, bool fullRange) {
 
 TEST(FullRangeRewrite, SameSizeRewritesTheBoxInPlace) {
     // video_format 0 becomes 5 and two flags flip: not a bit more.
-    const MovieSpec spec{.avcC = vector("high_colour_component")};
+    const MovieSpec layout{.avcC = vector("high_colour_component")};
     for (bool withOutput : {false, true}) {
         SCOPED_TRACE(withOutput ? "output path" : "in place");
-        MovieFile m(buildMovie(spec));
+        MovieFile m(buildMovie(layout));
         const auto output = m.dir.file("out.mp4");
         if (withOutput) m.container.setOutputPath(widen(output.string()));
         const uint64_t at = m.first("moov.trak.mdia.minf.stbl.stsd.avc1.avcC")->start;
@@ -72,7 +72,7 @@ TEST(FullRangeRewrite, SameSizeRewritesTheBoxInPlace) {
         EXPECT_EQ(m.bytes(), withOutput ? m.original : after);
         ASSERT_EQ(after.size(), m.original.size());
         EXPECT_EQ(after.substr(0, at + 8), m.original.substr(0, at + 8));
-        const uint64_t end = at + 8 + spec.avcC.size();
+        const uint64_t end = at + 8 + layout.avcC.size();
         EXPECT_EQ(after.substr(end), m.original.substr(end));
         EXPECT_FALSE(m.temporaryLeft());
         const H264::SPS sps = spsOf(m.container);
@@ -88,9 +88,9 @@ TEST(FullRangeRewrite, GrowthIsTakenFromTheUserDataBehind) {
         for (bool withOutput : {false, true}) {
             SCOPED_TRACE(std::string(moovFirst ? "moov first" : "mdat first") +
                          (withOutput ? ", output path" : ", in place"));
-            const MovieSpec spec{.moovFirst = moovFirst, .udtaChildren = box("KMKN", Bytes(84, 'k')),
+            const MovieSpec layout{.moovFirst = moovFirst, .udtaChildren = box("KMKN", Bytes(84, 'k')),
                                  .avcC = vector("baseline_512x256")};
-            MovieFile m(buildMovie(spec));
+            MovieFile m(buildMovie(layout));
             const auto output = m.dir.file("out.mp4");
             if (withOutput) m.container.setOutputPath(widen(output.string()));
             std::vector<uint64_t> sizes;
@@ -108,7 +108,7 @@ TEST(FullRangeRewrite, GrowthIsTakenFromTheUserDataBehind) {
             }
             EXPECT_EQ(m.container.path(), widen((withOutput ? output : m.path).string()));
             const uint64_t growth = sizeAt(m, "moov.trak.mdia.minf.stbl.stsd.avc1.avcC") - 8 -
-                                    spec.avcC.size();
+                                    layout.avcC.size();
             EXPECT_EQ(growth, 1u);
             for (size_t i = 0; i < sizes.size(); ++i) EXPECT_EQ(sizeAt(m, kHolders[i]), sizes[i] + growth);
             EXPECT_EQ(m.container.moov()->size, moov);
@@ -117,7 +117,7 @@ TEST(FullRangeRewrite, GrowthIsTakenFromTheUserDataBehind) {
             const Bytes after = readFile(withOutput ? output : m.path);
             EXPECT_EQ(after.size(), m.original.size());
             EXPECT_EQ(chunkOffsets(withOutput ? output : m.path), offsets);
-            EXPECT_EQ(allSamples(withOutput ? output : m.path), movieSamples(spec));
+            EXPECT_EQ(allSamples(withOutput ? output : m.path), movieSamples(layout));
             EXPECT_EQ(spsOf(m.container).vui.video_full_range_flag, 1u);
             EXPECT_FALSE(m.temporaryLeft());
         }
@@ -138,9 +138,9 @@ TEST(FullRangeRewrite, WithoutRoomTheMovieIsWrittenAgain) {
     for (const auto& c : cases) {
         for (bool withOutput : {false, true}) {
             SCOPED_TRACE(std::string(c.name) + (withOutput ? ", output path" : ", in place"));
-            const MovieSpec spec{.moovFirst = c.moovFirst, .withUdta = c.withUdta,
+            const MovieSpec layout{.moovFirst = c.moovFirst, .withUdta = c.withUdta,
                                  .udtaChildren = c.udtaChildren, .avcC = vector("baseline_512x256")};
-            MovieFile m(buildMovie(spec));
+            MovieFile m(buildMovie(layout));
             const auto output = m.dir.file("out.mp4");
             if (withOutput) m.container.setOutputPath(widen(output.string()));
             const auto offsets = chunkOffsets(m.path);
@@ -160,7 +160,7 @@ TEST(FullRangeRewrite, WithoutRoomTheMovieIsWrittenAgain) {
                 }
             }
             EXPECT_EQ(chunkOffsets(result), expected);
-            EXPECT_EQ(allSamples(result), movieSamples(spec));
+            EXPECT_EQ(allSamples(result), movieSamples(layout));
             const H264::SPS sps = spsOf(m.container);
             EXPECT_EQ(sps.vui.video_signal_type_present_flag, 1u);
             EXPECT_EQ(sps.vui.video_full_range_flag, 1u);
@@ -172,8 +172,8 @@ TEST(FullRangeRewrite, WithoutRoomTheMovieIsWrittenAgain) {
 
 TEST(FullRangeRewrite, NothingToDoLeavesTheFileAlone) {
     // After one rewrite the flags are as asked: the second finds nothing to do.
-    const MovieSpec spec{.avcC = vector("high_full_range")};
-    MovieFile m(buildMovie(spec));
+    const MovieSpec layout{.avcC = vector("high_full_range")};
+    MovieFile m(buildMovie(layout));
     EXPECT_TRUE(rewrite(m, true).ok);
     const Bytes once = m.bytes();
     EXPECT_NE(once, m.original);
