@@ -3,6 +3,11 @@
 #include "foundation/byte_array.h"
 #include "mp4/box.h"
 
+namespace H264 {
+class AVCC;
+class SPS;
+}  // namespace H264
+
 namespace MP4 {
 
 // The H.264 decoder configuration box. Its payload (everything after the
@@ -10,8 +15,21 @@ namespace MP4 {
 class AVCC : public BOX {
 public:
     using BOX::BOX;
+    // Prints the header line; an unreadable record or SPS adds one line.
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+
+    // Reads the record and its first SPS; on failure prints why and
+    // returns false.
+    bool decode(H264::AVCC& record, H264::SPS& sps) const;
+
+    bool get_profile_idc_and_constrained_set1_flag(unsigned char& profile_idc,
+                                                   bool& constrained_set1, bool& fullRange) const;
+    // The new payload with the SPS declaring the range and constraint_set1;
+    // false with out empty when the record cannot be read.
+    bool assign_fullRange_and_constrained_set1_flag(ByteArray& out, bool fullRange,
+                                                    bool& wasFullRange,
+                                                    bool& wasConstrainedSet1) const;
 
     ByteArray payload;
 };

@@ -11,6 +11,7 @@
 #include "mp4/container.h"
 #include "tools/dump_geo.h"
 #include "tools/dump_camera.h"
+#include "tools/dump_h264.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ int dumpFile(const std::wstring& path) {
     container.dump();
     dumpGeo(container);
     dumpCameraMeta(container);
+    dumpParameterSets(container);
     return 0;
 }
 

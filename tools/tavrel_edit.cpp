@@ -21,7 +21,8 @@ int usage() {
         L"  udta IN OUT BOXFILE       replace the user data with the box in BOXFILE\n"
         L"  xmp IN OUT TEXTFILE       append the XMP packet in TEXTFILE\n"
         L"  axis IN OUT FILE          append an AXIS payload\n"
-        L"  spherical IN OUT XMLFILE  put the Spherical Video XML into the video track\n");
+        L"  spherical IN OUT XMLFILE  put the Spherical Video XML into the video track\n"
+        L"  fullrange IN OUT 0|1      colour range and constraint_set1 in the H.264 SPS\n");
     return 1;
 }
 
@@ -50,7 +51,7 @@ int main(int argc, char** argv) {
     if (needsArgument != (argc == 5)) return usage();
 
     std::string argument;
-    if (needsArgument && operation != "timestamp" &&
+    if (needsArgument && operation != "timestamp" && operation != "fullrange" &&
         !readWhole(QVMX::wchar::mbs2wcs(argv[4]), argument)) {
         QVMX::Console::out(L"tavrel-edit: cannot read %ls\n", QVMX::wchar::mbs2wcs(argv[4]).c_str());
         return 1;
@@ -72,6 +73,8 @@ int main(int argc, char** argv) {
         ok = container.appendAxis(argument);
     } else if (operation == "spherical") {
         ok = container.appendSphericalVideoXML(argument);
+    } else if (operation == "fullrange") {
+        ok = container.appendFullRangeAndConstrainedSet1Flag(std::string(argv[4]) == "1");
     } else {
         return usage();
     }
