@@ -106,6 +106,19 @@ const std::map<std::string, Edit>& edits() {
              const Bytes udta = box("udta", box("KMKN", Bytes(64, 'k')));
              return c.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size()));
          }},
+        {"removeBadLOCI",
+         [](MP4::Container& c, auto&) {
+             // The short loci form is put in first, then taken out.
+             const Bytes udta = box("udta", box("loci", Bytes(20, '\0')) + box("free", "x"));
+             bool left = false;
+             const bool ok = c.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size())) &&
+                             c.removeBadLOCI();
+             c.find("moov.udta.loci", [&left](MP4::BOX&) {
+                 left = true;
+                 return false;
+             });
+             return ok && !left;
+         }},
         {"appendXMP", [](MP4::Container& c, auto&) { return c.appendXMP(kXmp); }},
         {"appendAxis", [](MP4::Container& c, auto&) { return c.appendAxis(Bytes(300, 'a')); }},
         {"appendSphericalVideoXML",
