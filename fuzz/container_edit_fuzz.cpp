@@ -14,7 +14,9 @@
 
 #include "foundation/byte_array.h"
 #include "fuzz/fuzz_file.h"
+#include "geo/gps_info.h"
 #include "mp4/container.h"
+#include "mp4/spatial_sound.h"
 #include "mp4/uuid_box.h"
 
 namespace {
@@ -86,6 +88,15 @@ void spatialRange(MP4::Container& c, uint64_t& offset, uint64_t& size) {
     }
 }
 
+const GPSInfo& position() {
+    static const GPSInfo gps = [] {
+        GPSInfo g;
+        g.attachRXYZ("+35.5000+139.2500+012.000/");
+        return g;
+    }();
+    return gps;
+}
+
 using Edit = std::function<void(MP4::Container&, const std::string& sourcePath)>;
 
 const std::vector<Edit>& edits() {
@@ -105,6 +116,19 @@ const std::vector<Edit>& edits() {
             QVMX::FileIO source(wide(sourcePath), 'r');
             c.appendSpatialData(source, offset, size);
         },
+        [](MP4::Container& c, const std::string& sourcePath) {
+            uint64_t offset, size;
+            spatialRange(c, offset, size);
+            MP4::SpatialSound sound;
+            sound.attach(wide(sourcePath), 0.01, 0.5);
+            QVMX::FileIO source(wide(sourcePath), 'r');
+            c.trimSpatialData(source, offset, sound);
+        },
+        [](MP4::Container& c, const std::string&) { c.appendLocations(position()); },
+        [](MP4::Container& c, const std::string&) {
+            c.appendLocationAndSphericalVideoXML(position(), "<rdf:SphericalVideo/>");
+        },
+        [](MP4::Container& c, const std::string&) { c.removeBadLOCI(); },
         [](MP4::Container& c, const std::string&) { c.overwriteSpatialDataOffset(64); },
         [](MP4::Container& c, const std::string&) {
             c.isMdatFirst();

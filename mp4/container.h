@@ -109,9 +109,15 @@ private:
     // Appends at the end of the file in place; the file is cut back to its
     // old length when write fails.
     bool appendAtEnd(const std::wstring& name, const EditFn& write);
+    // appendAtEnd for a spatial-data block that stood at oldOffset in its
+    // source; its track and KDT9 are then pointed at the new place.
+    bool appendBlock(const std::wstring& name, uint64_t oldOffset, const EditFn& write);
     // The edit that puts the Spherical Video XML box in place: over an
     // existing one, else at the end of the video track.
     bool sphericalVideoXmlEdit(const std::string& xml, BoxEdit& edit);
+    // The edit that adds the location boxes the user data lacks; false (with
+    // the line saying so) when it has them all.
+    bool locationEdit(const GPSInfo& gps, BoxEdit& edit);
     bool shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found);
     // The top-level spatial-data uuid box, if any.
     BOX* spatialDataBlock();

@@ -8,6 +8,7 @@
 #include "mp4/box_edits.h"
 #include "mp4/byte_copy.h"
 #include "mp4/container.h"
+#include "mp4/spatial_sound.h"
 #include "mp4/uuid_box.h"
 
 namespace MP4 {
@@ -40,15 +41,47 @@ bool Container::appendSpatialData(QVMX::FileIO& source, uint64_t offset, uint64_
         return true;
     }
     if (!isSpatialBlockAt(source, offset, size)) return false;
-    uint64_t before = 0;
-    const bool copied = appendAtEnd(L"appendSpatialData", [&](BinFile& file) {
-        before = file.position();
+    return appendBlock(L"appendSpatialData", offset, [&](BinFile& file) {
         return source.seek_set(offset) && copyBytes(source, file, size) == size;
     });
+}
+
+bool Container::trimSpatialData(QVMX::FileIO& source, uint64_t offset, SpatialSound& sound) {
+    if (isSpatialDataExist()) {
+        QVMX::Console::out(L"MP4: SpatialData is existed.\n");
+        return true;
+    }
+    uint8_t header[4];
+    if (!sound.built || sound.endByte < sound.startByte || !source.seek_set(offset) ||
+        source.read(header, 4) != 4 || !isSpatialBlockAt(source, offset, readBE32(header))) {
+        return false;
+    }
+    // The kept audio must lie inside the block's first child, the KADT.
+    const uint64_t kept = sound.endByte - sound.startByte;
+    const uint64_t payload = offset + UUID::kHeaderSize + 8;
+    const uint64_t blockEnd = offset + readBE32(header);
+    if (sound.dataOffset != payload || sound.endByte > blockEnd - payload) return false;
+    const uint64_t newSize = kept + sound.trimmedKATR.size + UUID::kHeaderSize + 8;
+    if (newSize > 0xFFFFFFFFull) return false;
+    return appendBlock(L"trimSpatialData", offset, [&](BinFile& file) {
+        return file.write32(static_cast<uint32_t>(newSize)) && source.seek_set(offset + 4) &&
+               copyBytes(source, file, UUID::kHeaderSize - 4) == UUID::kHeaderSize - 4 &&
+               file.write32(static_cast<uint32_t>(kept + 8)) && source.seek_cur(4) &&
+               copyBytes(source, file, 4) == 4 && source.seek_set(payload + sound.startByte) &&
+               copyBytes(source, file, kept) == kept && sound.writeTrimmedKATR(file);
+    });
+}
+
+bool Container::appendBlock(const std::wstring& name, uint64_t oldOffset, const EditFn& write) {
+    uint64_t before = 0;
+    const bool copied = appendAtEnd(name, [&](BinFile& file) {
+        before = file.position();
+        return write(file);
+    });
     if (!copied) return false;
-    if (overwriteSpatialDataOffset(offset)) return true;
+    if (overwriteSpatialDataOffset(oldOffset)) return true;
     // A block whose track cannot be brought up to date is taken out again.
-    modifyContainer(L"appendSpatialData", [before](BinFile& file) {
+    modifyContainer(name, [before](BinFile& file) {
         return ::ftruncate(file.descriptor(), static_cast<off_t>(before)) == 0;
     });
     return false;

@@ -9,6 +9,7 @@
 #include "foundation/console.h"
 #include "foundation/file_io.h"
 #include "foundation/wchar.h"
+#include "geo/gps_info.h"
 #include "mp4/container.h"
 
 namespace {
@@ -22,7 +23,8 @@ int usage() {
         L"  xmp IN OUT TEXTFILE       append the XMP packet in TEXTFILE\n"
         L"  axis IN OUT FILE          append an AXIS payload\n"
         L"  spherical IN OUT XMLFILE  put the Spherical Video XML into the video track\n"
-        L"  fullrange IN OUT 0|1      colour range and constraint_set1 in the H.264 SPS\n");
+        L"  fullrange IN OUT 0|1      colour range and constraint_set1 in the H.264 SPS\n"
+        L"  location IN OUT ISO6709   add the location boxes the user data lacks\n");
     return 1;
 }
 
@@ -51,8 +53,9 @@ int main(int argc, char** argv) {
     if (needsArgument != (argc == 5)) return usage();
 
     std::string argument;
-    if (needsArgument && operation != "timestamp" && operation != "fullrange" &&
-        !readWhole(QVMX::wchar::mbs2wcs(argv[4]), argument)) {
+    const bool argumentIsFile =
+        operation == "udta" || operation == "xmp" || operation == "axis" || operation == "spherical";
+    if (argumentIsFile && !readWhole(QVMX::wchar::mbs2wcs(argv[4]), argument)) {
         QVMX::Console::out(L"tavrel-edit: cannot read %ls\n", QVMX::wchar::mbs2wcs(argv[4]).c_str());
         return 1;
     }
@@ -73,6 +76,10 @@ int main(int argc, char** argv) {
         ok = container.appendAxis(argument);
     } else if (operation == "spherical") {
         ok = container.appendSphericalVideoXML(argument);
+    } else if (operation == "location") {
+        GPSInfo gps;
+        gps.attachRXYZ(argv[4]);
+        ok = container.appendLocations(gps);
     } else if (operation == "fullrange") {
         ok = container.appendFullRangeAndConstrainedSet1Flag(std::string(argv[4]) == "1");
     } else {

@@ -7,11 +7,14 @@
 #include <map>
 
 #include "foundation/wchar.h"
+#include "geo/gps_info.h"
 #include "mp4/container.h"
+#include "mp4/spatial_sound.h"
 #include "mp4/uuid_box.h"
 #include "support/box_builder.h"
 #include "support/movie_file.h"
 #include "support/run_command.h"
+#include "support/spatial_builder.h"
 #include "support/test_files.h"
 #include "support/wide_offsets.h"
 
@@ -87,6 +90,12 @@ Bytes spatialBlock(uint64_t at) {
     return uuidBox(kSpatialId, box("KADT", pcm) + katr);
 }
 
+GPSInfo position() {
+    GPSInfo gps;
+    gps.attachRXYZ("+35.5000+139.2500+012.000/");
+    return gps;
+}
+
 using Edit = std::function<bool(MP4::Container&, const std::filesystem::path& dir)>;
 
 const std::map<std::string, Edit>& edits() {
@@ -97,10 +106,38 @@ const std::map<std::string, Edit>& edits() {
              const Bytes udta = box("udta", box("KMKN", Bytes(64, 'k')));
              return c.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size()));
          }},
+        {"removeBadLOCI",
+         [](MP4::Container& c, auto&) {
+             // The short loci form is put in first, then taken out.
+             const Bytes udta = box("udta", box("loci", Bytes(20, '\0')) + box("free", "x"));
+             bool left = false;
+             const bool ok = c.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size())) &&
+                             c.removeBadLOCI();
+             c.find("moov.udta.loci", [&left](MP4::BOX&) {
+                 left = true;
+                 return false;
+             });
+             return ok && !left;
+         }},
         {"appendXMP", [](MP4::Container& c, auto&) { return c.appendXMP(kXmp); }},
         {"appendAxis", [](MP4::Container& c, auto&) { return c.appendAxis(Bytes(300, 'a')); }},
         {"appendSphericalVideoXML",
          [](MP4::Container& c, auto&) { return c.appendSphericalVideoXML(kSphericalXml); }},
+        {"appendLocations", [](MP4::Container& c, auto&) { return c.appendLocations(position()); }},
+        {"appendLocationAndSphericalVideoXML",
+         [](MP4::Container& c, auto&) {
+             return c.appendLocationAndSphericalVideoXML(position(), kSphericalXml);
+         }},
+        {"trimSpatialData",
+         [](MP4::Container& c, const std::filesystem::path& dir) {
+             // Half a second to two seconds of another movie's spatial audio.
+             writeFile(dir / "spatial-camera.mp4", spatialMovie({}));
+             const std::wstring path = widen((dir / "spatial-camera.mp4").string());
+             MP4::SpatialSound sound;
+             QVMX::FileIO source(path, 'r');
+             return sound.attach(path, 0.5, 2.0) && c.trimSpatialData(source, 20, sound) &&
+                    c.isSpatialDataExist();
+         }},
         {"appendSpatialData",
          [](MP4::Container& c, const std::filesystem::path& dir) {
              // The block comes from another movie that carries it at its end.
@@ -183,6 +220,17 @@ TEST(Oracle, AllEditsInARowInPlaceAreReadBackByExiftool) {
                   std::string::npos);
         EXPECT_NE(tags.output.find("\"XMP-GSpherical:InitialViewHeadingDegrees\": 90"),
                   std::string::npos);
+    }
+}
+
+TEST(Oracle, ExiftoolReadsTheLocationBoxes) {
+    for (const auto& layout : layouts()) {
+        SCOPED_TRACE(layout.name);
+        MovieFile m(layout.bytes);
+        ASSERT_TRUE(m.container.appendLocations(position()));
+        const auto tags = runCommand("exiftool -j -n -G1 -UserData:GPSCoordinates " + shellQuote(m.path.string()));
+        EXPECT_NE(tags.output.find("\"UserData:GPSCoordinates\": \"35.5 139.25"), std::string::npos)
+            << tags.output;
     }
 }
 

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "mp4/container.h"
+#include "mp4/spatial_sound.h"
 #include "mp4/uuid_box.h"
 #include "support/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
+#include "support/spatial_builder.h"
 
 using namespace testsupport;
 
@@ -139,4 +141,61 @@ TEST(SpatialData, MovingTheBlockBackShiftsTheTrackBack) {
 
     MovieFile none(buildMovie({}));
     EXPECT_FALSE(none.container.overwriteSpatialDataOffset(0));
+}
+
+// A source of 4000 eight-byte samples at 1000/s cut to 0.5 s..4.0 s keeps
+// bytes 4000..32000: two full chunks of 12288 bytes and 3424 more.
+TEST(SpatialData, ATrimmedBlockHoldsTheKeptAudioAndItsRebuiltTrack) {
+    MovieFile source(spatialMovie({}), "source.mp4");
+    MP4::SpatialSound sound;
+    ASSERT_TRUE(sound.attach(source.wpath(), 0.5, 4.0));
+    const MovieSpec outSpec{.moovFirst = true, .udtaChildren = kdt9(0, 0)};
+    MovieFile out(buildMovie(outSpec));
+
+    QVMX::FileIO file(source.wpath(), 'r');
+    ASSERT_TRUE(out.container.trimSpatialData(file, 20, sound));
+    const Bytes b = out.bytes();
+    const uint64_t newStart = out.original.size();
+    const Bytes kept = spatialAudio(32000).substr(4000);
+    const Bytes katr(sound.trimmedKATR.view());
+    EXPECT_EQ(b.substr(newStart), be32(uint32_t(kept.size() + katr.size() + 32)) + "uuid" + kSpatialId +
+                                      box("KADT", kept) + b.substr(newStart + 32 + kept.size()));
+    EXPECT_EQ(b.size(), newStart + 32 + kept.size() + katr.size());
+    const size_t co64At = b.find("co64", newStart) + 12;
+    for (int i = 0; i < 3; ++i) {
+        const uint64_t chunk = be64At(b, co64At + 8 * i);
+        EXPECT_EQ(chunk, newStart + 32 + 12288 * i);
+        EXPECT_EQ(b.substr(chunk, 16), kept.substr(12288 * i, 16));
+    }
+    const size_t locator = b.find("KDT9") + 4;
+    EXPECT_EQ(be64At(b, locator), newStart);
+    EXPECT_EQ(be64At(b, locator + 8), b.size() - newStart);
+    EXPECT_EQ(allSamples(out.path), movieSamples(outSpec));
+
+    ConsoleCapture console;
+    EXPECT_TRUE(out.container.trimSpatialData(file, 20, sound));
+    EXPECT_EQ(console.text(), "MP4: SpatialData is existed.\n");
+    EXPECT_EQ(out.bytes(), b);
+}
+
+TEST(SpatialData, ATrimWithoutARangeOrABlockWritesNothing) {
+    MovieFile source(spatialMovie({}), "source.mp4");
+    QVMX::FileIO file(source.wpath(), 'r');
+    MP4::SpatialSound sound;
+    ASSERT_TRUE(sound.attach(source.wpath(), 0.5, 4.0));
+    MP4::SpatialSound nothing;
+    ASSERT_TRUE(nothing.attach(source.wpath(), 0, -1));  // the whole track: nothing built
+    struct Case {
+        const char* what;
+        MP4::SpatialSound& sound;
+        uint64_t offset;
+    } cases[] = {{"nothing built", nothing, 20}, {"not a block at the offset", sound, 0},
+                 {"offset beyond the file", sound, source.original.size() + 8}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        MovieFile out(buildMovie({}));
+        EXPECT_FALSE(out.container.trimSpatialData(file, c.offset, c.sound));
+        EXPECT_EQ(out.bytes(), out.original);
+        EXPECT_FALSE(out.temporaryLeft());
+    }
 }
