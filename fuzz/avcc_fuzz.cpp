@@ -4,38 +4,23 @@
 // crashing: a model without scaling lists must read back what it wrote,
 // a source with an output path keeps its bytes, and no temporary file
 // outlives the rewrite.
-#include <dirent.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "fuzz/fuzz_file.h"
+#include "fuzz/scratch_dir.h"
 #include "h264/parameter_sets.h"
 #include "mp4/avcc_box.h"
 #include "mp4/container.h"
 
 namespace {
 
-char workName[] = "/dev/shm/tavrel-avcc-fuzz-XXXXXX";
-char fallbackName[] = "/tmp/tavrel-avcc-fuzz-XXXXXX";
-char* workPath = workName;
-
-void removeWorkDirectory() { ::rmdir(workPath); }
-
-std::string workDirectory() {
-    static const std::string dir = [] {
-        if (::mkdtemp(workName) == nullptr) {
-            workPath = fallbackName;
-            if (::mkdtemp(fallbackName) == nullptr) std::abort();
-        }
-        std::atexit(removeWorkDirectory);
-        return std::string(workPath);
-    }();
-    return dir;
-}
+using fuzzsupport::checkAndEmpty;
+using fuzzsupport::readAll;
+using fuzzsupport::wide;
+using fuzzsupport::writeAll;
 
 std::string be32(uint32_t v) { return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; }
 std::string box(const char* type, const std::string& payload) {
@@ -63,38 +48,6 @@ std::string movie(const std::string& avcC, bool moovFirst, int udtaBytes) {
     }
     return ftyp + mdat + moovWith(uint32_t(ftyp.size() + 8));
 }
-
-void writeAll(const std::string& path, const std::string& bytes) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr) std::abort();
-    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size()) std::abort();
-    std::fclose(f);
-}
-
-std::string readAll(const std::string& path) {
-    std::string out;
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (f == nullptr) return out;
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) out.append(buffer, n);
-    std::fclose(f);
-    return out;
-}
-
-void checkAndEmpty(const std::string& dir) {
-    DIR* d = ::opendir(dir.c_str());
-    if (d == nullptr) std::abort();
-    while (const dirent* e = ::readdir(d)) {
-        const std::string name = e->d_name;
-        if (name == "." || name == "..") continue;
-        if (name.size() >= 8 && name.compare(name.size() - 8, 8, ".tmp.mp4") == 0) std::abort();
-        ::unlink((dir + "/" + name).c_str());
-    }
-    ::closedir(d);
-}
-
-std::wstring wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
 
 // The record and SPS through the box operations; what was written must read
 // back with the flags set and the picture unchanged.
@@ -141,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool moovFirst = (mode & 2) != 0;
     const bool withOutput = (mode & 4) != 0;
     const int udta = (mode & 8) != 0 ? -1 : (mode >> 4) * 3;
-    const std::string dir = workDirectory();
+    const std::string dir = fuzzsupport::scratchDirectory();
     const std::string source = dir + "/movie.mp4";
     const std::string bytes = movie(avcC, moovFirst, udta);
     writeAll(source, bytes);

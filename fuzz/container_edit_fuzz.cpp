@@ -2,9 +2,6 @@
 // fresh copy in a private directory, once with an output path and once in
 // place. Whatever the bytes, a source with an output path keeps its bytes,
 // and no temporary file outlives an edit.
-#include <dirent.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +11,7 @@
 
 #include "foundation/byte_array.h"
 #include "fuzz/fuzz_file.h"
+#include "fuzz/scratch_dir.h"
 #include "geo/gps_info.h"
 #include "mp4/container.h"
 #include "mp4/spatial_sound.h"
@@ -21,57 +19,10 @@
 
 namespace {
 
-// Memory-backed when there is such a place: every input writes files.
-char workName[] = "/dev/shm/tavrel-edit-fuzz-XXXXXX";
-char fallbackName[] = "/tmp/tavrel-edit-fuzz-XXXXXX";
-char* workPath = workName;
-
-void removeWorkDirectory() { ::rmdir(workPath); }
-
-std::string workDirectory() {
-    static const std::string dir = [] {
-        if (::mkdtemp(workName) == nullptr) {
-            workPath = fallbackName;
-            if (::mkdtemp(fallbackName) == nullptr) std::abort();
-        }
-        std::atexit(removeWorkDirectory);
-        return std::string(workPath);
-    }();
-    return dir;
-}
-
-void writeAll(const std::string& path, const uint8_t* data, size_t size) {
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr) std::abort();
-    if (size > 0 && std::fwrite(data, 1, size, f) != size) std::abort();
-    std::fclose(f);
-}
-
-std::string readAll(const std::string& path) {
-    std::string out;
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (f == nullptr) return out;
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) out.append(buffer, n);
-    std::fclose(f);
-    return out;
-}
-
-// Removes everything in the directory; aborts if a temporary file was left.
-void checkAndEmpty(const std::string& dir) {
-    DIR* d = ::opendir(dir.c_str());
-    if (d == nullptr) std::abort();
-    while (const dirent* e = ::readdir(d)) {
-        const std::string name = e->d_name;
-        if (name == "." || name == "..") continue;
-        if (name.size() >= 8 && name.compare(name.size() - 8, 8, ".tmp.mp4") == 0) std::abort();
-        ::unlink((dir + "/" + name).c_str());
-    }
-    ::closedir(d);
-}
-
-std::wstring wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
+using fuzzsupport::checkAndEmpty;
+using fuzzsupport::readAll;
+using fuzzsupport::wide;
+using fuzzsupport::writeAll;
 
 // Where the first spatial-data block of the movie is, or the whole file.
 void spatialRange(MP4::Container& c, uint64_t& offset, uint64_t& size) {
@@ -142,15 +93,15 @@ const std::vector<Edit>& edits() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzzsupport::silenceConsole();
-    const std::string dir = workDirectory();
+    const std::string dir = fuzzsupport::scratchDirectory();
     const std::string movie = dir + "/movie.mp4";
     const std::string output = dir + "/out.mp4";
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     for (const Edit& edit : edits()) {
         for (bool withOutput : {true, false}) {
-            writeAll(movie, data, size);
+            writeAll(movie, bytes);
             // The spatial data is taken from a second copy, as from a source movie.
-            writeAll(dir + "/spatial.mp4", data, size);
+            writeAll(dir + "/spatial.mp4", bytes);
             {
                 MP4::Container c;
                 c.attach(wide(movie));
