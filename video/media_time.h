@@ -3,11 +3,11 @@
 // Rational media time: a 64-bit count of 1/timescale seconds, with flags and
 // an epoch. Header only and free of FFmpeg, so callers outside video/ can use
 // it without linking the pipeline.
-#include <sys/utsname.h>
-
 #include <cmath>
 #include <cstdint>
 #include <limits>
+
+#include "foundation/utility.h"
 
 namespace QVMX {
 
@@ -188,16 +188,3 @@ struct MediaTimeRange {
 };
 
 }  // namespace QVMX
-
-class Utility {
-public:
-    // Full-range pixel formats are offered when the system answers a query
-    // for its own version; asked once per process.
-    static bool isSupporFullRangePixelFormat() {
-        static const bool supported = [] {
-            struct utsname name;
-            return ::uname(&name) == 0;
-        }();
-        return supported;
-    }
-};

@@ -1,0 +1,69 @@
+// tavrel [options] [source.mp4] [output.mp4]
+#include <chrono>
+#include <clocale>
+#include <exception>
+#include <memory>
+#include <vector>
+
+#include "app/option.h"
+#include "app/run_driver.h"
+#include "app/version.h"
+#include "app/video_services.h"
+#include "foundation/console.h"
+#include "foundation/utility.h"
+#include "foundation/wchar.h"
+
+namespace {
+
+// Whatever a step let escape ends the run with a line, never with an abort.
+bool runCaught(const Option& option) {
+    try {
+        return runJob(option);
+    } catch (const char* message) {
+        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(message).c_str());
+    } catch (const std::exception& error) {
+        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(error.what()).c_str());
+    } catch (...) {
+        QVMX::Console::out(L"unexpected error.\n");
+    }
+    return false;
+}
+
+int run(int argc, char** argv) {
+    // The first arguments as wide strings, each in its own zero-filled array.
+    std::vector<std::wstring> texts(tavrel::kMaxArguments);
+    wchar_t* table[tavrel::kMaxArguments] = {};
+    for (int i = 0; i < argc && i < tavrel::kMaxArguments; ++i) {
+        texts[i] = QVMX::wchar::mbs2wcs(argv[i] != nullptr ? argv[i] : "");
+        table[i] = texts[i].data();
+    }
+
+    int exitCode = 0;
+    if (Utility::kill(argc, const_cast<const wchar_t**>(table), exitCode)) return exitCode;
+
+    const auto started = std::chrono::system_clock::now();
+    Option option;
+    bool ok = false;
+    try {
+        ok = option.parse(argc, table);
+    } catch (const char* message) {
+        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(message).c_str());
+    } catch (const std::exception& error) {
+        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(error.what()).c_str());
+    }
+    if (!ok || !runCaught(option)) {
+        option.usage();
+        return 1;
+    }
+    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now() - started);
+    QVMX::Console::out(L"\n%0.4f [sec]\n", double(static_cast<float>(elapsed.count()) / 1000.0f));
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::setlocale(LC_ALL, "");
+    installVideoServices();
+    return run(argc, argv);
+}

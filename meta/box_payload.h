@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace MP4 {
+class BOX;
+class Container;
+}  // namespace MP4
+
+// The payload of box (the bytes after its header) as far as the file really
+// holds them, and at most limit bytes; a size field that claims more than the
+// file has never decides how much is allocated.
+std::string readBoxPayload(MP4::Container& container, const MP4::BOX& box, uint64_t limit = ~uint64_t(0));
+
+// The text of a payload up to its first NUL.
+std::string textOf(const std::string& payload);

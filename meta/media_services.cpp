@@ -1,0 +1,6 @@
+#include "meta/media_services.h"
+
+MediaServices& mediaServices() {
+    static MediaServices services;
+    return services;
+}

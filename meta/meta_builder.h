@@ -1,0 +1,87 @@
+#pragma once
+
+// Carries the camera's metadata from a source movie into an output movie:
+// reads it (readMeta), narrows it to the kept frames (trimStream), takes a
+// view heading and the spatial audio, and writes it all (updateMeta).
+#include <cstdint>
+#include <string>
+
+#include "foundation/byte_array.h"
+#include "geo/gps_info.h"
+#include "geo/view_heading.h"
+#include "meta/exif_parser.h"
+#include "mp4/spatial_sound.h"
+
+class AxisTiltStream;
+
+namespace MP4 {
+class BOX;
+class Container;
+}  // namespace MP4
+
+class MetaBuilder {
+public:
+    static constexpr uint32_t kModelA10 = 0x00001;
+    static constexpr uint32_t kModelB = 0x10001;
+    static constexpr uint32_t kModelBC = 0x11001;
+    static constexpr uint32_t kModelD = 0x20001;
+    // Codes above this one use the newer metadata layout.
+    static constexpr uint32_t kNewerLayout = 0x20000;
+
+    MetaBuilder(const char* name, const char* version, bool useName);
+    explicit MetaBuilder(const char* name);
+
+    void init();
+
+    bool readMeta(const std::wstring& source, bool flag);
+    void attach(const AxisTiltStream& stream, ExifParser::VIDEO_STABILIZATION stabilization);
+    // The view values of the output: laid over the source's, or (remove set)
+    // instead of them, so that only the given ones remain.
+    void attach(const ViewHeading& view, bool remove);
+    void currentViewHeading(ViewHeading& out) const;
+    void trimStream(unsigned int start, unsigned int count);
+
+    // Seconds; a negative end means to the end.
+    bool readSpatialData(const std::wstring& source, double start, double end);
+    // Whole seconds; an end of 0xFFFFFFFF means to the end.
+    bool readSpatialData(const std::wstring& source, unsigned int start, unsigned int end);
+
+    bool updateMeta(const std::wstring& output, const std::wstring* destination, bool fullRange);
+    bool updateMetaWithoutAddingFullRange(const std::wstring& output, const std::wstring* destination);
+
+    void updateSphereXML(MP4::Container& container, bool inPlace);
+    bool replaceUdta(MP4::Container& source, MP4::Container& output, const std::wstring* destination);
+    bool copySpatialData(MP4::Container& source, MP4::Container& output);
+
+    static uint32_t camera_version(const std::string& model);
+
+    GPSInfo gps;
+    std::string xmp;
+    std::string axis;
+    std::string sphereXml;
+    std::string stitchingSoftware;
+    uint32_t projectionType = 0;
+    uint64_t creationTime = 0;
+    std::string model;
+    std::wstring sourcePath;
+    MP4::SpatialSound spatialSound;
+    int32_t topBottomCorrection = ExifParser::TOPBOTTOM_CORRECTION_NOT_PRESENT;
+    int32_t videoStabilization = ExifParser::VIDEO_STABILIZATION_NOT_PRESENT;
+    uint32_t trimStart = 0;
+    uint32_t trimCount = 0;
+
+    // "KORVA PANOX::<name> <version>": the tool that writes the XMP packet.
+    std::string creatorTool;
+    // The view values given for the output, and whether they replace the
+    // source's instead of being laid over them.
+    ViewHeading view;
+    bool viewReplacesSource = false;
+    bool hasView = false;
+
+private:
+    void readKMKN(MP4::Container& container, const MP4::BOX& box);
+    void readUuid(const MP4::BOX& box);
+    // The spherical XML with the given view values applied.
+    std::string withView(const std::string& xml) const;
+    void progress(int step, double percent) const;
+};

@@ -1,0 +1,123 @@
+// Writing the builder's metadata into the output movie, in the order the two
+// layouts need.
+#include <algorithm>
+
+#include "foundation/console.h"
+#include "foundation/file_io.h"
+#include "meta/meta_builder.h"
+#include "mp4/container.h"
+#include "mp4/header_boxes.h"
+#include "mp4/uuid_box.h"
+
+namespace {
+// Spherical XML is padded to this many characters, so that a later, longer
+// view fits in place.
+constexpr size_t kSphereXmlLength = 1000;
+}  // namespace
+
+void MetaBuilder::progress(int step, double percent) const {
+    QVMX::Console::out(L"processing meta %4d %0.2f/%0.2f\n", step, percent, 100.0);
+}
+
+bool MetaBuilder::updateMeta(const std::wstring& output, const std::wstring* destination, bool fullRange) {
+    progress(0, 0.0);
+    if (destination == nullptr) {
+        MP4::Container container;
+        if (container.attach(output)) container.appendFullRangeAndConstrainedSet1Flag(fullRange);
+    }
+    progress(2, 20.0);
+    return updateMetaWithoutAddingFullRange(output, destination);
+}
+
+bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, const std::wstring* destination) {
+    progress(4, 40.0);
+    MP4::Container out;
+    if (!out.attach(output)) return false;
+    if (destination != nullptr) out.setOutputPath(*destination);
+
+    if (camera_version(model) > kNewerLayout) {
+        if (!out.isMdatFirst()) return false;
+        updateSphereXML(out, destination == nullptr);
+        if (!sphereXml.empty() && !out.appendSphericalVideoXML(sphereXml)) return false;
+        progress(6, 60.0);
+        MP4::Container source;
+        if (!source.attach(sourcePath) || !source.isMdatFirst()) return false;
+        if (!replaceUdta(source, out, destination)) return false;
+        if (!copySpatialData(source, out)) return false;
+        progress(8, 80.0);
+        if (!xmp.empty() && !out.appendXMP(xmp)) return false;
+    } else {
+        // An output already laid out with the movie box first, or without a
+        // bad loci, is no failure: both leave the file as it is.
+        out.moovFirst();
+        out.removeBadLOCI();
+        progress(6, 60.0);
+        updateSphereXML(out, destination == nullptr);
+        // Only what is known is written: a movie that is not spherical gets
+        // no spherical box, one without a position no location boxes.
+        const bool position = gps.latitude.valid && gps.longitude.valid;
+        bool ok = true;
+        if (!sphereXml.empty() && position) {
+            ok = out.appendLocationAndSphericalVideoXML(gps, sphereXml);
+        } else if (!sphereXml.empty()) {
+            ok = out.appendSphericalVideoXML(sphereXml);
+        } else if (position) {
+            ok = out.appendLocations(gps);
+        }
+        if (!ok) return false;
+        progress(8, 80.0);
+        if (!xmp.empty() && !out.appendXMP(xmp)) return false;
+        if (!axis.empty() && !out.appendAxis(axis)) return false;
+    }
+    if (!out.updateTimeStamp(creationTime)) return false;
+    progress(10, 100.0);
+    return true;
+}
+
+void MetaBuilder::updateSphereXML(MP4::Container& container, bool inPlace) {
+    if (sphereXml.empty()) {
+        uint32_t width = 0, height = 0;
+        const MP4::TKHD* tkhd = nullptr;
+        if (MP4::BOX* track = container.videoTrack(); track != nullptr && track->hasChild()) {
+            for (const auto& child : static_cast<MP4::NestedBox&>(*track).children) {
+                if ((tkhd = dynamic_cast<const MP4::TKHD*>(child.get())) != nullptr) break;
+            }
+        }
+        if (tkhd != nullptr) {
+            width = tkhd->width;
+            height = tkhd->height;
+        }
+        if (!inPlace && projectionType == 2) {
+            QVMX::Console::out(L"MP4: Not a spherical video.\n");
+        } else if (height >= 1 && uint64_t(width) == 2 * uint64_t(height)) {
+            ViewHeading record;
+            record.stitchingSoftware = stitchingSoftware;
+            record.timestamp = creationTime;
+            sphereXml = hasView ? withView(record.toString()) : record.toString();
+            QVMX::Console::out(L"Appned New GVF-BOX.\n");
+        } else {
+            QVMX::Console::out(L"MP4: Not a spherical video.\n");
+        }
+    }
+    if (!sphereXml.empty() && sphereXml.size() < kSphereXmlLength) {
+        sphereXml += '\n';
+        sphereXml.resize(kSphereXmlLength, ' ');
+    }
+}
+
+bool MetaBuilder::copySpatialData(MP4::Container& source, MP4::Container& output) {
+    const MP4::BOX* block = nullptr;
+    source.find("uuid", [&block](MP4::BOX& box) {
+        const auto* uuid = dynamic_cast<const MP4::UUID*>(&box);
+        if (uuid != nullptr && uuid->isKind(MP4::SpatialData::_UUID)) block = &box;
+        return block == nullptr;
+    });
+    // A source without spatial audio has nothing to carry over.
+    if (block == nullptr) return true;
+    const uint64_t offset = block->start;
+    const uint64_t size = block->size;
+    QVMX::FileIO file(source.path(), 'r');
+    if (!file.isOpen()) return false;
+    if (spatialSound.built) return output.trimSpatialData(file, offset, spatialSound);
+    return output.appendSpatialData(file, offset, size);
+}

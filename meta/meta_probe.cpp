@@ -1,0 +1,106 @@
+#include "meta/meta_probe.h"
+
+#include "foundation/console.h"
+#include "foundation/wchar.h"
+#include "meta/box_payload.h"
+#include "meta/media_services.h"
+#include "meta/meta_builder.h"
+#include "mp4/box.h"
+#include "mp4/container.h"
+
+namespace {
+// A model text longer than this names no camera; it is read no further.
+constexpr uint64_t kMaxModelText = 2048;
+// The maker record is a few kilobytes; a larger box is read up to this.
+constexpr uint64_t kMaxMakerBlock = 16u << 20;
+}  // namespace
+
+bool MetaProbe::probe(const std::wstring& path) {
+    modelCode = 0;
+    frameRate = 0.0f;
+    width = 0;
+    height = 0;
+    codec = kCodecUnknown;
+    reserved = -1;
+    record.clear();
+    {
+        MP4::Container container;
+        if (container.attach(path, MP4::Container::kAll)) {
+            readModel(container);
+            readKMKN(container);
+            readCodec(container);
+            detect_movie(path);
+        }
+    }
+    return width >= 1;
+}
+
+void MetaProbe::readModel(MP4::Container& container) {
+    bool done = false;
+    container.find("moov.udta.@mod", [&](MP4::BOX& box) {
+        if (done || box.size < 9) return true;
+        done = true;
+        const std::string text = textOf(readBoxPayload(container, box, kMaxModelText));
+        modelCode = MetaBuilder::camera_version(text);
+        QVMX::Console::out(L"source movie model: %ls (%x)\n", QVMX::wchar::mbs2wcs(text.c_str()).c_str(),
+                           modelCode);
+        return false;
+    });
+}
+
+void MetaProbe::readKMKN(MP4::Container& container) {
+    bool found = false;
+    bool done = false;
+    container.find("moov.udta.KMKN", [&](MP4::BOX& box) {
+        found = true;
+        if (done || box.size < 9) return true;
+        done = true;
+        const std::string payload = readBoxPayload(container, box, kMaxMakerBlock);
+        try {
+            ExifParser parser;
+            parser.attachKMKN(reinterpret_cast<const unsigned char*>(payload.data()), payload.size());
+            parser.readPNAOX(record);
+            QVMX::Console::out(L"source movie panoramaImageType: %d\n", static_cast<int>(record.projectionType));
+        } catch (const char*) {
+            QVMX::Console::out(L"EXIF can't read.\n");
+        }
+        return false;
+    });
+    if (!found) QVMX::Console::out(L"KMKN not found.\n");
+}
+
+void MetaProbe::readCodec(MP4::Container& container) {
+    codec = kCodecUnknown;
+    bool avc = false;
+    container.find("moov.trak.mdia.minf.stbl.stsd.avc1", [&](MP4::BOX&) {
+        avc = true;
+        return false;
+    });
+    if (avc) {
+        codec = kCodecH264;
+        QVMX::Console::out(L"H.264 detected.\n");
+    }
+    container.find("moov.trak.mdia.minf.stbl.stsd", [&](MP4::BOX& stsd) {
+        if (!stsd.hasChild()) return true;
+        for (const auto& entry : static_cast<MP4::NestedBox&>(stsd).children) {
+            if (entry->isType(MP4::fourcc("hvc1"))) {
+                codec = kCodecHEVC;
+                QVMX::Console::out(L"H.265/HEVC detected(hvc1).\n");
+            } else if (entry->isType(MP4::fourcc("hev1"))) {
+                codec = kCodecHEVC;
+                QVMX::Console::out(L"H.265/HEVC detected(hev1).\n");
+            }
+        }
+        return true;
+    });
+    if (codec == kCodecUnknown) QVMX::Console::out(L"Unknown codec.\n");
+}
+
+void MetaProbe::detect_movie(const std::wstring& path) {
+    const auto& describe = mediaServices().describe;
+    MovieDescription description;
+    if (!describe || !describe(path, description)) return;
+    frameRate = description.frameRate;
+    width = description.width;
+    height = description.height;
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+// What the rest of a run needs to know of the source movie: the camera that
+// recorded it, its video codec, the maker record, its frame rate and size.
+#include <cstdint>
+#include <string>
+
+#include "meta/exif_parser.h"
+
+namespace MP4 {
+class Container;
+}
+
+class MetaProbe {
+public:
+    enum Codec : int32_t { kCodecUnknown = 0, kCodecH264 = 1, kCodecHEVC = 2 };
+
+    // Resets the fields, reads everything; true when the video has a width.
+    bool probe(const std::wstring& path);
+
+    void readModel(MP4::Container& container);
+    void readKMKN(MP4::Container& container);
+    void readCodec(MP4::Container& container);
+    // The frame rate and size, as the video pipeline reports them.
+    void detect_movie(const std::wstring& path);
+
+    uint32_t modelCode = 0;
+    float frameRate = 0.0f;
+    int32_t width = 0;
+    int32_t height = 0;
+    int32_t codec = kCodecUnknown;
+    int32_t reserved = -1;  // set at every probe, read nowhere
+    ExifParser::PANOX record;
+};
