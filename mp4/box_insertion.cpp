@@ -60,7 +60,8 @@ bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits
         }
         bool found = false;
         if (media != 0 && !fixed.shiftChunkOffsets(file, kTrackTables, media, found)) return false;
-        if (spatial != 0 && !fixed.shiftChunkOffsets(file, kSpatialTables, spatial, found)) {
+        if (spatial != 0 && (!fixed.shiftChunkOffsets(file, kSpatialTables, spatial, found) ||
+                             !fixed.followSpatialBlock(file, block->start - spatial))) {
             return false;
         }
         return true;

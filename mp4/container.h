@@ -121,6 +121,9 @@ private:
     bool shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found);
     // The top-level spatial-data uuid box, if any.
     BOX* spatialDataBlock();
+    // After a rewrite moved the spatial-data block from oldStart: a KDT9
+    // locator that named the old place names the new one.
+    bool followSpatialBlock(BinFile& file, uint64_t oldStart);
 
     std::wstring path_;
     std::wstring outputPath_;

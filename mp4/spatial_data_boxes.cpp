@@ -87,6 +87,21 @@ bool Container::appendBlock(const std::wstring& name, uint64_t oldOffset, const 
     return false;
 }
 
+bool Container::followSpatialBlock(BinFile& file, uint64_t oldStart) {
+    const BOX* block = spatialDataBlock();
+    BOX* kdt9 = nullptr;
+    find("moov.udta.KDT9", [&kdt9](BOX& box) {
+        if (kdt9 == nullptr) kdt9 = &box;
+        return false;
+    });
+    if (block == nullptr || kdt9 == nullptr || kdt9->largeSize || heldEnd(*kdt9) < kdt9->start + 24) return true;
+    file.setLimit(BinFile::kNoLimit);
+    file.seek(kdt9->start + 8);
+    if (file.read64() != oldStart) return true;
+    file.seek(kdt9->start + 8);
+    return file.write64(block->start);
+}
+
 bool Container::overwriteSpatialDataOffset(uint64_t oldOffset) {
     BOX* kadt = nullptr;
     find("uuid.KADT", [&kadt](BOX& box) {

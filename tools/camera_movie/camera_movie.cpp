@@ -1,0 +1,131 @@
+#include "tools/camera_movie/camera_movie.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "foundation/byte_array.h"
+#include "foundation/wchar.h"
+#include "mp4/container.h"
+#include "support/camera_builders.h"
+#include "support/spatial_builder.h"
+
+namespace cameramovie {
+
+namespace ts = testsupport;
+
+namespace {
+
+constexpr uint32_t kSpatialRate = 1000;  // samples per second of the built track
+constexpr uint32_t kSpatialSampleSize = 8;
+
+ts::Bytes userData(const Dressing& d) {
+    ts::Bytes children;
+    if (!d.model.empty()) children += ts::box("@mod", d.model);
+    if (d.makerRecord) {
+        ts::MakerExif exif;
+        exif.model = d.model.empty() ? "KORVA PANOX" : d.model;
+        children += ts::kmknBox(ts::makerExifBlock(exif));
+    }
+    if (!d.location.empty()) children += ts::box("@xyz", d.location);
+    if (d.badLoci) children += ts::box("loci", ts::Bytes(20, '\0'));
+    if (d.sensorRecords > 0) children += ts::cameraSensorBoxes(d.sensorRecords);
+    if (d.thumbnailBytes > 0) children += ts::box("KTHU", ts::Bytes(d.thumbnailBytes, '\0'));
+    // The locator is filled in once the block has its place.
+    if (d.spatialSeconds > 0) children += ts::box("KDT9", ts::be64(0) + ts::be64(0) + ts::Bytes(16, '\0'));
+    return ts::box("udta", children);
+}
+
+bool appendFile(const std::string& path, const ts::Bytes& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::app);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return static_cast<bool>(out.flush());
+}
+
+ts::Bytes axisPayload(size_t records) {
+    ts::AxisPayload payload;
+    payload.compassIndex = 0;
+    for (size_t i = 0; i < records; ++i) {
+        payload.records.push_back({int32_t(i % 360), 10, -5, uint32_t(33 * i)});
+    }
+    return ts::axisPayloadV2(payload);
+}
+
+}  // namespace
+
+Dressing olderCamera(const std::string& model, bool moovFirst) {
+    Dressing d;
+    d.model = model;
+    d.badLoci = true;
+    d.axisRecords = 60;
+    d.moovFirst = moovFirst;
+    return d;
+}
+
+Dressing newestCamera(size_t sensorRecords, double spatialSeconds) {
+    Dressing d;
+    d.model = "KORVA PANOX D";
+    d.sensorRecords = sensorRecords;
+    d.thumbnailBytes = 16384;
+    d.spatialSeconds = spatialSeconds;
+    return d;
+}
+
+bool dress(const std::string& movie, const std::string& out, const Dressing& d, std::string& error) {
+    std::error_code code;
+    std::filesystem::copy_file(movie, out, std::filesystem::copy_options::overwrite_existing, code);
+    if (code) {
+        error = "cannot copy " + movie + ": " + code.message();
+        return false;
+    }
+    const std::wstring path = QVMX::wchar::mbs2wcs(out.c_str());
+    MP4::Container container;
+    if (!container.attach(path)) {
+        error = "cannot read " + out;
+        return false;
+    }
+    // Media data first, so that the user data can be replaced without
+    // moving the samples; moved to the front at the end when asked for.
+    if (!container.isMdatFirst()) {
+        error = out + " must have its media data before its movie box";
+        return false;
+    }
+    const ts::Bytes udta = userData(d);
+    if (!container.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size()))) {
+        error = "cannot replace the user data of " + out;
+        return false;
+    }
+    if (d.spatialSeconds > 0) {
+        const uint64_t at = std::filesystem::file_size(out, code);
+        ts::SpatialSpec spec;
+        spec.timeScale = kSpatialRate;
+        spec.sampleSize = kSpatialSampleSize;
+        spec.samples = static_cast<uint32_t>(d.spatialSeconds * kSpatialRate);
+        const uint64_t payload = at + 24 + 8;
+        const ts::Bytes kadt = ts::box("KADT", ts::spatialAudio(uint64_t(spec.samples) * spec.sampleSize));
+        if (code || !appendFile(out, ts::uuidBox(ts::kSpatialDataUuid, kadt + ts::katrBox(spec, payload)))) {
+            error = "cannot append the spatial data to " + out;
+            return false;
+        }
+        container.attach(path);
+        // The block stays where it is; this fills in the locator.
+        if (!container.overwriteSpatialDataOffset(at)) {
+            error = "cannot locate the spatial data of " + out;
+            return false;
+        }
+    }
+    if (d.axisRecords > 0) {
+        const ts::Bytes axis = axisPayload(d.axisRecords);
+        if (!container.appendAxis(axis)) {
+            error = "cannot append the AXIS box to " + out;
+            return false;
+        }
+    }
+    if (d.moovFirst && !container.moovFirst()) {
+        error = "cannot put the movie box of " + out + " first";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace cameramovie
