@@ -23,6 +23,7 @@ bool MetaProbe::probe(const std::wstring& path) {
     codec = kCodecUnknown;
     reserved = -1;
     record.clear();
+    model.clear();
     {
         MP4::Container container;
         if (container.attach(path, MP4::Container::kAll)) {
@@ -40,9 +41,9 @@ void MetaProbe::readModel(MP4::Container& container) {
     container.find("moov.udta.@mod", [&](MP4::BOX& box) {
         if (done || box.size < 9) return true;
         done = true;
-        const std::string text = textOf(readBoxPayload(container, box, kMaxModelText));
-        modelCode = MetaBuilder::camera_version(text);
-        QVMX::Console::out(L"source movie model: %ls (%x)\n", QVMX::wchar::mbs2wcs(text.c_str()).c_str(),
+        model = textOf(readBoxPayload(container, box, kMaxModelText));
+        modelCode = MetaBuilder::camera_version(model);
+        QVMX::Console::out(L"source movie model: %ls (%x)\n", QVMX::wchar::mbs2wcs(model.c_str()).c_str(),
                            modelCode);
         return false;
     });

@@ -31,4 +31,6 @@ public:
     int32_t codec = kCodecUnknown;
     int32_t reserved = -1;  // set at every probe, read nowhere
     ExifParser::PANOX record;
+    // The "@mod" text the model code was read from.
+    std::string model;
 };

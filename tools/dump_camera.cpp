@@ -62,17 +62,10 @@ void dumpKMKN(const std::wstring& path, const MP4::BOX& box) {
     } catch (const char* message) {
         error = message;
     }
-    QVMX::Console::out(L"KMKN:     form=%ls model=\"%ls\" software=\"%ls\"\n",
-                       parser.isOnlyMakerNote() ? L"maker-note"
-                       : parser.isBigEndian()   ? L"tiff-big-endian"
-                                                : L"tiff-little-endian",
-                       printable(record.model).c_str(), printable(record.software).c_str());
-    QVMX::Console::out(L"KMKN:     projectionType=%u zenithAngles=%.2f,%.2f compass=%.2f heading=%.2f\n",
-                       record.projectionType, double(record.zenithAngles[0]), double(record.zenithAngles[1]),
-                       double(record.compass), double(record.heading));
-    QVMX::Console::out(L"KMKN:     topBottomCorrection=%d videoStabilization=%d stabilizationFlags=%d,%d\n",
-                       static_cast<int>(record.topBottomCorrection), static_cast<int>(record.videoStabilization),
-                       record.stabilizationFlag1 ? 1 : 0, record.stabilizationFlag2 ? 1 : 0);
+    const wchar_t* form = parser.isOnlyMakerNote() ? L"maker-note"
+                          : parser.isBigEndian()   ? L"tiff-big-endian"
+                                                   : L"tiff-little-endian";
+    dumpPanoxRecord(L"KMKN:     ", form, record);
     if (error != nullptr) QVMX::Console::out(L"KMKN:     stopped: %s\n", error);
 }
 
@@ -95,6 +88,17 @@ void dumpSensor(const std::wstring& path, const MP4::BOX& box) {
 }
 
 }  // namespace
+
+void dumpPanoxRecord(const wchar_t* prefix, const wchar_t* form, const ExifParser::PANOX& record) {
+    QVMX::Console::out(L"%lsform=%ls model=\"%ls\" software=\"%ls\"\n", prefix, form,
+                       printable(record.model).c_str(), printable(record.software).c_str());
+    QVMX::Console::out(L"%lsprojectionType=%u zenithAngles=%.2f,%.2f compass=%.2f heading=%.2f\n", prefix,
+                       record.projectionType, double(record.zenithAngles[0]), double(record.zenithAngles[1]),
+                       double(record.compass), double(record.heading));
+    QVMX::Console::out(L"%lstopBottomCorrection=%d videoStabilization=%d stabilizationFlags=%d,%d\n", prefix,
+                       static_cast<int>(record.topBottomCorrection), static_cast<int>(record.videoStabilization),
+                       record.stabilizationFlag1 ? 1 : 0, record.stabilizationFlag2 ? 1 : 0);
+}
 
 void dumpCameraMeta(MP4::Container& container) {
     const std::wstring path = container.path();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "meta/exif_parser.h"
+
 namespace MP4 {
 class Container;
 }
@@ -8,3 +10,7 @@ class Container;
 // "moov.udta.KMKN" box, and the record count and byte order of every sensor
 // box "KDTB", "KDTC", "KDTD".
 void dumpCameraMeta(MP4::Container& container);
+
+// The fields of a maker record, each line after prefix; form names the
+// block's layout.
+void dumpPanoxRecord(const wchar_t* prefix, const wchar_t* form, const ExifParser::PANOX& record);
