@@ -199,3 +199,26 @@ TEST(SpatialData, ATrimWithoutARangeOrABlockWritesNothing) {
         EXPECT_FALSE(out.temporaryLeft());
     }
 }
+
+TEST(SpatialData, ALocatorFollowsItsBlockWhenAnEditInTheMovieBoxMovesIt) {
+    // Media data first, then the movie box, then the block: growing the
+    // video track moves the block by the inserted length.
+    const MovieSpec spec{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
+    const Bytes movie = buildMovie(spec);
+    const Bytes block = spatialBlock(movie.size(), {0, 10});
+    Bytes withBlock = movie + block;
+    const size_t locator = withBlock.find("KDT9") + 4;
+    withBlock.replace(locator, 16, be64(movie.size()) + be64(block.size()));
+    MovieFile m(withBlock);
+
+    const std::string xml = "<rdf:SphericalVideo/>";
+    ASSERT_TRUE(m.container.appendSphericalVideoXML(xml));
+    const Bytes b = m.bytes();
+    const uint64_t moved = movie.size() + 24 + xml.size();
+    EXPECT_EQ(b.substr(moved, 4), be32(uint32_t(block.size())));
+    EXPECT_EQ(be64At(b, b.find("KDT9") + 4), moved);
+    EXPECT_EQ(be64At(b, b.find("KDT9") + 12), block.size());
+    const size_t co64At = b.find("co64", moved) + 12;
+    EXPECT_EQ(b.substr(be64At(b, co64At + 8), 5), kPcm.substr(10, 5));
+    EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+}

@@ -1,0 +1,222 @@
+// The command line: every option, the automatic defaults that the probed
+// source decides, the usage text, and the kill request.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <vector>
+
+#include "app/option.h"
+#include "foundation/utility.h"
+#include "meta/media_services.h"
+#include "support/box_builder.h"
+#include "support/movie_file.h"
+
+using namespace testsupport;
+
+namespace {
+
+// Arguments as the entry hands them over: a table of wide strings.
+struct Arguments {
+    explicit Arguments(std::vector<std::wstring> words) : texts(std::move(words)) {
+        for (auto& t : texts) table.push_back(t.data());
+    }
+    int count() const { return static_cast<int>(table.size()); }
+    std::vector<std::wstring> texts;
+    std::vector<wchar_t*> table;
+};
+
+struct Parsed {
+    Option option;
+    bool result = false;
+    std::string console;
+};
+
+Parsed parse(std::vector<std::wstring> words) {
+    words.insert(words.begin(), L"tavrel");
+    Arguments args(std::move(words));
+    Parsed p;
+    ConsoleCapture console;
+    p.result = p.option.parse(args.count(), args.table.data());
+    p.console = console.text();
+    return p;
+}
+
+// A source movie whose probe reports the given picture and rate.
+struct ProbedSource {
+    ProbedSource(int width, float rate, const Bytes& sampleEntry = {}) {
+        mediaServices().describe = [=](const std::wstring&, MovieDescription& out) {
+            out = {rate, width, width / 2};
+            return true;
+        };
+        const Bytes entries = sampleEntry.empty() ? Bytes() : box("moov", container("trak", {container("mdia",
+                                  {container("minf", {container("stbl", {stsd({sampleEntry})})})})}));
+        movie = std::make_unique<MovieFile>(buildMovie({}) + entries);
+    }
+    ~ProbedSource() { mediaServices().describe = nullptr; }
+    std::wstring path() const { return movie->wpath(); }
+    std::unique_ptr<MovieFile> movie;
+};
+
+}  // namespace
+
+TEST(Option, WithoutArgumentsTheDefaultPathsAreUsed) {
+    const Parsed p = parse({});
+    EXPECT_TRUE(p.result);
+    EXPECT_EQ(p.option.source, L"./images/source.mp4");
+    EXPECT_EQ(p.option.output, L"./images/tavrel.mp4");
+    EXPECT_FALSE(p.option.reencode);
+    EXPECT_EQ(p.option.keyFrameInterval, -1);
+    EXPECT_EQ(p.option.videoBitRate, 0xFFFFFFFFu);
+    EXPECT_EQ(p.option.audioBitRate, 128000u);
+    EXPECT_EQ(p.option.endSeconds, 0xFFFFFFFFu);
+    EXPECT_EQ(p.option.viewMode, 0);
+}
+
+TEST(Option, EachOptionSetsItsFieldAndTheReencodingOnesSayReencode) {
+    struct Case {
+        std::wstring argument;
+        bool reencode;
+        std::function<bool(const Option&)> check;
+    } cases[] = {
+        {L"-vw:3840", true, [](const Option& o) { return o.videoWidth == 3840; }},
+        {L"-ki:12", true, [](const Option& o) { return o.keyFrameInterval == 12; }},
+        {L"-vb:5000000", true, [](const Option& o) { return o.videoBitRate == 5000000u; }},
+        {L"-ab:96000", true, [](const Option& o) { return o.audioBitRate == 96000u; }},
+        {L"-ss:1.5", true, [](const Option& o) { return o.startSeconds == 1u; }},
+        {L"-to:1.2", true, [](const Option& o) { return o.endSeconds == 2u; }},
+        {L"-to:3", true, [](const Option& o) { return o.endSeconds == 3u; }},
+        {L"-to:-4", true, [](const Option& o) { return o.endSeconds == 0u; }},
+        {L"-thumb:a b.jpg", false, [](const Option& o) { return o.thumbnail == L"a b.jpg"; }},
+        {L"-h264", false, [](const Option& o) { return o.codec == 1; }},
+        {L"-h265", false, [](const Option& o) { return o.codec == 2; }},
+        {L"-view:-", false, [](const Option& o) { return o.viewMode == 2; }},
+        {L"-unknown", false, [](const Option& o) { return o.source == L"-unknown"; }},
+    };
+    for (const auto& c : cases) {
+        const Parsed p = parse({c.argument});
+        SCOPED_TRACE(std::string(c.argument.begin(), c.argument.end()));
+        EXPECT_TRUE(p.result);
+        EXPECT_EQ(p.option.reencode, c.reencode);
+        EXPECT_TRUE(c.check(p.option));
+    }
+}
+
+TEST(Option, ViewValuesComeInTwosToFours) {
+    const Parsed two = parse({L"-view:90,-12.5"});
+    EXPECT_TRUE(two.result);
+    EXPECT_EQ(two.option.viewMode, 1);
+    EXPECT_EQ(two.option.view.heading, 90.0f);
+    EXPECT_EQ(two.option.view.pitch, -12.5f);
+    EXPECT_TRUE(std::isnan(two.option.view.horizontalFOV) && std::isnan(two.option.view.cameraDolly));
+
+    const Parsed four = parse({L"-view:1,2,3,0.5"});
+    EXPECT_EQ(four.option.view.cameraDolly, 0.5f);
+
+    for (const std::wstring bad : {L"-view:1", L"-view:", L"-view:a,b"}) {
+        const Parsed p = parse({bad, L"in.mp4"});
+        EXPECT_FALSE(p.result);
+        EXPECT_EQ(p.console, "invalid arguments for -view:\n");
+        EXPECT_EQ(p.option.source, L"in.mp4");  // parsing went on
+    }
+}
+
+TEST(Option, PathsFillSourceThenOutputAndTheLastOutputWins) {
+    const Parsed p = parse({L"a.mp4", L"b.mp4", L"c.mp4"});
+    EXPECT_EQ(p.option.source, L"a.mp4");
+    EXPECT_EQ(p.option.output, L"c.mp4");
+
+    const Parsed help = parse({L"-h", L"x.mp4"});
+    EXPECT_FALSE(help.result);
+    EXPECT_EQ(help.option.source, L"x.mp4");
+    EXPECT_TRUE(parse({L"-help"}).result);  // taken as a path
+
+    // Only the first ten arguments are read.
+    std::vector<std::wstring> many{L"s.mp4"};
+    for (int i = 0; i < 8; ++i) many.push_back(L"o" + std::to_wstring(i) + L".mp4");
+    many.push_back(L"-h");
+    EXPECT_TRUE(parse(many).result);
+}
+
+TEST(Option, TheProbedSourceDecidesKeyFrameIntervalBitRateAndCodec) {
+    struct Case {
+        int width;
+        float rate;
+        std::vector<std::wstring> extra;
+        int keyInterval;
+        uint32_t bitRate;
+    } cases[] = {
+        {1920, 30.0f, {L"-h264"}, 30, 16000000},
+        {1921, 30.0f, {}, 30, 56000000},
+        {1920, 25.0f, {}, 15, 8192000},
+        {1920, 29.97f, {L"-h265"}, 30, 8000000},
+        {1600, 24.0f, {L"-h265"}, 15, 4096000},
+        {3840, 30.0f, {L"-h265"}, 30, 28000000},
+        {1280, 30.0f, {}, 30, 6000000},
+        {1280, 30.0f, {L"-h265"}, 30, 3000000},
+        {512, 30.0f, {L"-vw:3840"}, 30, 56000000},
+        {3840, 30.0f, {L"-vw:1"}, 30, 6000000},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.width);
+        ProbedSource source(c.width, c.rate);
+        std::vector<std::wstring> words{source.path()};
+        words.insert(words.end(), c.extra.begin(), c.extra.end());
+        const Parsed p = parse(words);
+        EXPECT_TRUE(p.result);
+        EXPECT_EQ(p.option.keyFrameInterval, c.keyInterval);
+        EXPECT_EQ(p.option.videoBitRate, c.bitRate);
+        const std::string lines = "key-frame interval: " + std::to_string(c.keyInterval) +
+                                  "\nvideo bitrate: " + std::to_string(c.bitRate) + "\n";
+        EXPECT_EQ(p.console.substr(p.console.size() - lines.size()), lines);
+    }
+
+    // Given values are kept and not printed; the codec comes from the source.
+    ProbedSource hevc(1920, 30.0f, box("hvc1", Bytes(78, '\0')));
+    const Parsed p = parse({hevc.path(), L"-ki:7", L"-vb:123"});
+    EXPECT_EQ(p.option.codec, 2);
+    EXPECT_EQ(p.option.keyFrameInterval, 7);
+    EXPECT_EQ(p.option.videoBitRate, 123u);
+    EXPECT_EQ(p.console.find("key-frame interval"), std::string::npos);
+    EXPECT_EQ(p.console.find("video bitrate"), std::string::npos);
+}
+
+TEST(Option, TheUsageTextNamesVersionIdentityAndPaths) {
+    Parsed p = parse({L"in.mp4", L"out.mp4"});
+    ConsoleCapture console;
+    p.option.usage();
+    const std::string text = console.text();
+    EXPECT_EQ(text.substr(0, 28), "\nTavrel 2.4.0.2018.01.10\n  C");
+    EXPECT_NE(text.find("\nusage: Tavrel.osx [options] [source.mp4] [output.mp4]\n  source.mp4     : input file.\n"
+                        "    in.mp4\n  output.mp4     : output file.\n    out.mp4\n\n"),
+              std::string::npos);
+}
+
+TEST(Utility, KillSendsTheTerminationSignalOnlyForALoneKillArgument) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        pause();
+        _exit(0);
+    }
+    const std::wstring request = L"-kill:" + std::to_wstring(child);
+    const wchar_t* argv[] = {L"tavrel", request.c_str(), L"extra"};
+    int exitCode = -1;
+    EXPECT_FALSE(Utility::kill(3, argv, exitCode));
+    EXPECT_TRUE(Utility::kill(2, argv, exitCode));
+    EXPECT_EQ(exitCode, 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
+
+    for (const wchar_t* bad : {L"-kill:0", L"-kill:-5", L"-kill:abc", L"-kill:99999999999"}) {
+        const wchar_t* args[] = {L"tavrel", bad};
+        exitCode = -1;
+        EXPECT_TRUE(Utility::kill(2, args, exitCode));
+        EXPECT_EQ(exitCode, 1);
+    }
+    const wchar_t* path[] = {L"tavrel", L"movie.mp4"};
+    EXPECT_FALSE(Utility::kill(2, path, exitCode));
+}
