@@ -38,11 +38,13 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
     if (camera_version(model) > kNewerLayout) {
         if (!out.isMdatFirst()) return false;
         updateSphereXML(out, destination == nullptr);
+        // The XML and the user data go into the output in one copy.
+        out.beginEdits();
         if (!sphereXml.empty() && !out.appendSphericalVideoXML(sphereXml)) return false;
         progress(6, 60.0);
         MP4::Container source;
         if (!source.attach(sourcePath) || !source.isMdatFirst()) return false;
-        if (!replaceUdta(source, out, destination)) return false;
+        if (!replaceUdta(source, out, destination) || !out.commitEdits()) return false;
         if (!copySpatialData(source, out)) return false;
         progress(8, 80.0);
         if (!xmp.empty() && !out.appendXMP(xmp)) return false;
@@ -50,6 +52,8 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         // An output already laid out with the movie box first, or without a
         // bad loci, is no failure: both leave the file as it is.
         out.moovFirst();
+        // Dropping a bad loci and adding the boxes is one copy.
+        out.beginEdits();
         out.removeBadLOCI();
         progress(6, 60.0);
         updateSphereXML(out, destination == nullptr);
@@ -64,7 +68,7 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         } else if (position) {
             ok = out.appendLocations(gps);
         }
-        if (!ok) return false;
+        if (!out.commitEdits() || !ok) return false;
         progress(8, 80.0);
         if (!xmp.empty() && !out.appendXMP(xmp)) return false;
         if (!axis.empty() && !out.appendAxis(axis)) return false;

@@ -37,7 +37,32 @@ bool Container::insertBox(const std::wstring& name, const BOX& box, bool replace
     return modifyContainer(name, copy, fixA, fixB);
 }
 
+void Container::beginEdits() {
+    batching_ = true;
+    batch_.clear();
+    batchName_.clear();
+}
+
+bool Container::commitEdits() {
+    batching_ = false;
+    std::vector<BoxEdit> edits = std::move(batch_);
+    batch_.clear();
+    if (edits.empty()) return true;
+    return applyEdits(batchName_, edits);
+}
+
+bool Container::isBeingRemoved(const BOX& box) const {
+    return std::any_of(batch_.begin(), batch_.end(), [&box](const BoxEdit& e) {
+        return e.bytes.empty() && e.from <= box.start && box.end() <= e.to && e.from < e.to;
+    });
+}
+
 bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
+    if (batching_) {
+        batchName_ += (batchName_.empty() ? L"" : L"+") + name;
+        for (auto& e : edits) batch_.push_back(std::move(e));
+        return true;
+    }
     // Stable: of two insertions at one point, the one listed first (the
     // deeper box's) comes first.
     std::stable_sort(edits.begin(), edits.end(),
@@ -47,7 +72,9 @@ bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits
     };
     const FixFn grow = [&edits](Container&, BinFile& file) { return resizeHolders(file, edits); };
     // Chunk offsets move with the data they point into: the media data, and
-    // the spatial-data block, each when it lies after the edited box.
+    // the spatial-data block, each when it lies after the edited box. A box
+    // that was removed leaves its start to whatever followed it, so data
+    // starting exactly there followed it too.
     const FixFn shift = [&edits](Container& fixed, BinFile& file) {
         int64_t media = 0;
         int64_t spatial = 0;
@@ -55,8 +82,8 @@ bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits
         const BOX* block = fixed.spatialDataBlock();
         for (const auto& e : edits) {
             const uint64_t anchor = movedOffset(edits, e.anchor);
-            if (mdat != nullptr && mdat->start > anchor) media += e.delta();
-            if (block != nullptr && block->start > anchor) spatial += e.delta();
+            if (mdat != nullptr && mdat->start >= anchor) media += e.delta();
+            if (block != nullptr && block->start >= anchor) spatial += e.delta();
         }
         bool found = false;
         if (media != 0 && !fixed.shiftChunkOffsets(file, kTrackTables, media, found)) return false;

@@ -9,6 +9,7 @@
 #include "foundation/byte_array.h"
 #include "foundation/file_io.h"
 #include "mp4/box.h"
+#include "mp4/box_edits.h"
 #include "mp4/container_boxes.h"
 
 class GPSInfo;
@@ -16,7 +17,6 @@ class GPSInfo;
 namespace MP4 {
 
 class SpatialSound;
-struct BoxEdit;
 
 // A movie file and its parsed box tree. Every edit parses the file again
 // afterwards, so no box reference outlives an edit.
@@ -73,6 +73,15 @@ public:
     bool modifySTCOIndex(BinFile& file, int64_t delta);
     bool modifySpatialTrakSTCOIndex(BinFile& file, int64_t delta);
 
+    // Rewrites made between these two go into the file in one copy: each
+    // operation only records its edits, and commitEdits writes them all (no
+    // rewrite at all when there are none). Every edit is taken from the tree
+    // as it stood at beginEdits, so only rewrites belong in between; a box
+    // recorded for removal counts as gone for the operations that follow.
+    void beginEdits();
+    bool commitEdits();
+    bool isBeingRemoved(const BOX& box) const;
+
     // --- relayout and time stamps ------------------------------------------
     bool isMdatFirst() const;
     bool moovFirst();
@@ -127,6 +136,9 @@ private:
 
     std::wstring path_;
     std::wstring outputPath_;
+    bool batching_ = false;
+    std::vector<BoxEdit> batch_;
+    std::wstring batchName_;
     std::unique_ptr<ROOT> root_;
     BOX* mdat_ = nullptr;
     BOX* moov_ = nullptr;

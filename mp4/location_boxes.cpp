@@ -15,9 +15,9 @@ constexpr uint16_t kLanguageEnglish = 0x15C7;  // "eng", packed
 
 bool exists(Container& c, const char* path) {
     bool found = false;
-    c.find(path, [&found](BOX&) {
-        found = true;
-        return false;
+    c.find(path, [&c, &found](BOX& box) {
+        found = !c.isBeingRemoved(box);
+        return !found;
     });
     return found;
 }
@@ -100,7 +100,7 @@ bool Container::removeBadLOCI() {
         if (loci == nullptr) loci = &box;
         return false;
     });
-    if (loci == nullptr || loci->size != kBadLociSize) return true;
+    if (loci == nullptr || loci->size != kBadLociSize || isBeingRemoved(*loci)) return true;
     std::vector<BoxEdit> edits(1);
     edits[0].from = loci->start;
     edits[0].to = loci->end();

@@ -44,6 +44,11 @@ TEST(RemoveBadLoci, OnlyTheShortFormGoesAndEverySampleStays) {
             SCOPED_TRACE(std::string(moovFirst ? "moov first" : "mdat first") + (use64 ? ", co64" : ""));
             const MovieSpec spec{.moovFirst = moovFirst, .use64 = use64,
                                  .udtaChildren = box("@mod", "m") + loci(28) + box("free", "x")};
+            // The same loci ending the movie box, right before the media data.
+            const MovieSpec last{.moovFirst = moovFirst, .use64 = use64, .udtaChildren = box("@mod", "m") + loci(28)};
+            MovieFile ending(buildMovie(last));
+            EXPECT_TRUE(ending.container.removeBadLOCI());
+            EXPECT_EQ(allSamples(ending.path), movieSamples(last));
             MovieFile m(buildMovie(spec));
             const uint64_t udta = m.first("moov.udta")->size;
             EXPECT_TRUE(m.container.removeBadLOCI());
