@@ -40,7 +40,7 @@ TEST(TavrelDump, UnreadablePathsFailWithALineEachButTheOthersAreStillDumped) {
 TEST(TavrelDump, NoArgumentsPrintsUsage) {
     const auto result = runCommand(dumpCommand(""));
     EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.output.find("usage: tavrel-dump FILE..."), std::string::npos);
+    EXPECT_NE(result.output.find("usage: tavrel-dump [--summary] FILE..."), std::string::npos);
 }
 
 }  // namespace
