@@ -51,9 +51,9 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
     } else {
         // An output already laid out with the movie box first, or without a
         // bad loci, is no failure: both leave the file as it is.
-        out.moovFirst();
-        // Dropping a bad loci and adding the boxes is one copy.
+        // The relayout, dropping a bad loci and adding the boxes are one copy.
         out.beginEdits();
+        out.moovFirst();
         out.removeBadLOCI();
         progress(6, 60.0);
         updateSphereXML(out, destination == nullptr);

@@ -65,6 +65,11 @@ bool copyWithEdits(BinFile& source, BinFile& destination, const std::vector<BoxE
 }
 
 bool resizeHolders(BinFile& file, const std::vector<BoxEdit>& edits) {
+    return resizeHolders(file, edits, [&edits](uint64_t offset) { return movedOffset(edits, offset); });
+}
+
+bool resizeHolders(BinFile& file, const std::vector<BoxEdit>& edits,
+                   const std::function<uint64_t(uint64_t)>& where) {
     struct Change {
         BoxSpan span;
         int64_t delta = 0;
@@ -94,11 +99,72 @@ bool resizeHolders(BinFile& file, const std::vector<BoxEdit>& edits) {
         sizes.emplace_back(&c, size);
     }
     for (const auto& [c, size] : sizes) {
-        const uint64_t at = movedOffset(edits, c->span.start);
+        const uint64_t at = where(c->span.start);
         file.seek(c->span.largeSize ? at + 8 : at);
         const bool ok = c->span.largeSize ? file.write64(size)
                                           : file.write32(static_cast<uint32_t>(size));
         if (!ok) return false;
+    }
+    return true;
+}
+
+bool Relayout::assign(const std::vector<const BOX*>& order, const std::vector<BoxEdit>& edits) {
+    pieces.clear();
+    uint64_t at = 0;
+    for (const BOX* box : order) {
+        Piece piece{box, {}, at};
+        int64_t growth = 0;
+        for (const auto& e : edits) {
+            if (!e.holders.empty() && e.holders.back().start == box->start) {
+                piece.edits.push_back(&e);
+                growth += e.delta();
+            }
+        }
+        pieces.push_back(std::move(piece));
+        at += box->size + static_cast<uint64_t>(growth);
+    }
+    size_t assigned = 0;
+    for (const auto& p : pieces) assigned += p.edits.size();
+    return assigned == edits.size();
+}
+
+uint64_t Relayout::where(uint64_t offset) const {
+    for (const auto& p : pieces) {
+        if (offset < p.box->start || offset >= p.box->end()) continue;
+        int64_t shift = 0;
+        for (const BoxEdit* e : p.edits) {
+            if (e->to <= offset) shift += e->delta();
+        }
+        return p.newStart + (offset - p.box->start) + static_cast<uint64_t>(shift);
+    }
+    return offset;
+}
+
+int64_t Relayout::growthBefore(const BOX* box) const {
+    int64_t growth = 0;
+    for (const auto& p : pieces) {
+        if (p.box == box) break;
+        for (const BoxEdit* e : p.edits) growth += e->delta();
+    }
+    return growth;
+}
+
+bool Relayout::copy(BinFile& source, BinFile& destination) const {
+    const uint64_t length = source.length();
+    for (const auto& p : pieces) {
+        const uint64_t start = p.box->start;
+        const uint64_t end = p.box->end();
+        if (end > length) return false;
+        uint64_t cursor = start;
+        for (const BoxEdit* e : p.edits) {
+            if (e->from < cursor || e->to < e->from || e->to > end) return false;
+            if (!source.seek_set(cursor) || copyBytes(source, destination, e->from - cursor) != e->from - cursor) {
+                return false;
+            }
+            if (!destination.writeBytes(e->bytes.data, e->bytes.size)) return false;
+            cursor = e->to;
+        }
+        if (!source.seek_set(cursor) || copyBytes(source, destination, end - cursor) != end - cursor) return false;
     }
     return true;
 }

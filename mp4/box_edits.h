@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "foundation/byte_array.h"
@@ -54,7 +55,30 @@ bool copyWithEdits(BinFile& source, BinFile& destination, const std::vector<BoxE
 
 // In the new file, rewrites the size field of every box that holds an edit.
 // False (nothing more written) when a size would fall below its header or
-// no longer fit its field.
+// no longer fit its field. where maps a source offset to the new file's
+// (movedOffset when the boxes keep their order).
 bool resizeHolders(BinFile& file, const std::vector<BoxEdit>& edits);
+bool resizeHolders(BinFile& file, const std::vector<BoxEdit>& edits,
+                   const std::function<uint64_t(uint64_t)>& where);
+
+// The top-level boxes of a new file in the order they are written, each with
+// the edits that lie inside it (an edit belongs to its outermost holder).
+struct Relayout {
+    struct Piece {
+        const BOX* box = nullptr;
+        std::vector<const BoxEdit*> edits;
+        uint64_t newStart = 0;
+    };
+    std::vector<Piece> pieces;
+
+    // False when an edit lies in no box of the order.
+    bool assign(const std::vector<const BOX*>& order, const std::vector<BoxEdit>& edits);
+    // Where a source offset inside one of the pieces lands; the offset itself
+    // when it is in none.
+    uint64_t where(uint64_t offset) const;
+    // The sum of the deltas of the edits in the pieces before box.
+    int64_t growthBefore(const BOX* box) const;
+    bool copy(BinFile& source, BinFile& destination) const;
+};
 
 }  // namespace MP4

@@ -39,6 +39,7 @@ bool Container::insertBox(const std::wstring& name, const BOX& box, bool replace
 
 void Container::beginEdits() {
     batching_ = true;
+    relayout_ = false;
     batch_.clear();
     batchName_.clear();
 }
@@ -47,6 +48,11 @@ bool Container::commitEdits() {
     batching_ = false;
     std::vector<BoxEdit> edits = std::move(batch_);
     batch_.clear();
+    if (relayout_) {
+        relayout_ = false;
+        // A relayout alone keeps its own rewrite.
+        return edits.empty() ? moovFirst() : relayoutWithEdits(batchName_, edits);
+    }
     if (edits.empty()) return true;
     return applyEdits(batchName_, edits);
 }

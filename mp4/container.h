@@ -128,6 +128,11 @@ private:
     // the line saying so) when it has them all.
     bool locationEdit(const GPSInfo& gps, BoxEdit& edit);
     bool shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found);
+    // The order moovFirst writes the top-level boxes in; false when the movie
+    // box already comes first (or there is none).
+    bool relayoutOrder(std::vector<const BOX*>& order, const BOX*& moov, const BOX*& mdat) const;
+    // moovFirst and the batch's edits in one copy.
+    bool relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
     // The top-level spatial-data uuid box, if any.
     BOX* spatialDataBlock();
     // After a rewrite moved the spatial-data block from oldStart: a KDT9
@@ -137,6 +142,7 @@ private:
     std::wstring path_;
     std::wstring outputPath_;
     bool batching_ = false;
+    bool relayout_ = false;
     std::vector<BoxEdit> batch_;
     std::wstring batchName_;
     std::unique_ptr<ROOT> root_;

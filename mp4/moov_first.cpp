@@ -1,6 +1,9 @@
 // Moving the movie box in front of the media data, and stamping the
 // creation time into the movie, track and media headers.
+#include <algorithm>
 #include <vector>
+
+#include "mp4/box_edits.h"
 
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
@@ -17,13 +20,13 @@ bool Container::isMdatFirst() const {
     return false;
 }
 
-bool Container::moovFirst() {
+bool Container::relayoutOrder(std::vector<const BOX*>& order, const BOX*& moov, const BOX*& mdat) const {
+    order.clear();
+    moov = nullptr;
+    mdat = nullptr;
     if (!root_) return false;
     // Every box keeps its order except that the media data goes right after
     // the movie box; a later mdat replaces an earlier one as the one moved.
-    std::vector<const BOX*> order;
-    const BOX* mdat = nullptr;
-    const BOX* moov = nullptr;
     for (const auto& child : root_->children) {
         if (child->isType(fourcc("mdat"))) {
             mdat = child.get();
@@ -36,7 +39,20 @@ bool Container::moovFirst() {
             order.push_back(child.get());
         }
     }
-    if (moov == nullptr) return false;
+    return moov != nullptr;
+}
+
+bool Container::moovFirst() {
+    std::vector<const BOX*> order;
+    const BOX* moov = nullptr;
+    const BOX* mdat = nullptr;
+    if (!relayoutOrder(order, moov, mdat)) return false;
+    if (batching_) {
+        // Made together with the batch's edits when it is committed.
+        relayout_ = true;
+        batchName_ += (batchName_.empty() ? L"" : L"+") + std::wstring(L"moovFirst");
+        return true;
+    }
 
     const CopyFn copy = [&order](BinFile& source, BinFile& destination, uint64_t& position) {
         for (const BOX* box : order) {
@@ -53,6 +69,41 @@ bool Container::moovFirst() {
         return fixed.modifySTCOIndex(file, shift);
     };
     return modifyContainer(L"moovFirst", copy, nothing, offsets);
+}
+
+bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
+    std::vector<const BOX*> order;
+    const BOX* moov = nullptr;
+    const BOX* mdat = nullptr;
+    if (!relayoutOrder(order, moov, mdat)) return applyEdits(name, edits);
+    std::stable_sort(edits.begin(), edits.end(),
+                     [](const BoxEdit& a, const BoxEdit& b) { return a.from < b.from; });
+    Relayout layout;
+    if (!layout.assign(order, edits)) return false;
+    const BOX* block = spatialDataBlock();
+    const uint64_t blockStart = block != nullptr ? block->start : 0;
+
+    const CopyFn copy = [&](BinFile& source, BinFile& destination, uint64_t& position) {
+        if (!editsFit(edits, source.length()) || !layout.copy(source, destination)) return false;
+        position = destination.position();
+        return true;
+    };
+    const FixFn grow = [&](Container&, BinFile& file) {
+        return resizeHolders(file, edits, [&layout](uint64_t offset) { return layout.where(offset); });
+    };
+    // The media data moves by the movie box's size, as a relayout alone
+    // moves it, and by whatever the edits add in front of it; the spatial
+    // block goes wherever its bytes went.
+    const int64_t media = static_cast<int64_t>(moov->size) + layout.growthBefore(mdat);
+    const int64_t spatial = block != nullptr ? static_cast<int64_t>(layout.where(blockStart) - blockStart) : 0;
+    const FixFn shift = [&](Container& fixed, BinFile& file) {
+        bool found = false;
+        if (!fixed.shiftChunkOffsets(file, "moov.trak.mdia.minf.stbl", media, found)) return false;
+        if (spatial == 0) return true;
+        return fixed.shiftChunkOffsets(file, "uuid.KATR.mdia.minf.stbl", spatial, found) &&
+               fixed.followSpatialBlock(file, blockStart);
+    };
+    return modifyContainer(name, copy, grow, shift);
 }
 
 bool Container::updateTimeStamp(uint64_t time) {

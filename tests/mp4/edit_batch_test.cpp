@@ -64,3 +64,33 @@ TEST(EditBatch, AnEmptyBatchWritesNothingAndAClashingOneWritesNothingEither) {
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
 }
+
+TEST(EditBatch, TheRelayoutAndTheEditsAreOneCopyToo) {
+    for (bool use64 : {false, true}) {
+        SCOPED_TRACE(use64);
+        const MovieSpec spec{.moovFirst = false, .use64 = use64,
+                             .udtaChildren = box("@xyz", "+1+2/") + box("loci", Bytes(20, '\0'))};
+        MovieFile separate(buildMovie(spec));
+        EXPECT_TRUE(separate.container.moovFirst());
+        separate.container.removeBadLOCI();
+        separate.container.appendLocationAndSphericalVideoXML(tokyo(), "<rdf:SphericalVideo/>");
+
+        MovieFile batched(buildMovie(spec));
+        batched.container.beginEdits();
+        EXPECT_TRUE(batched.container.moovFirst());
+        batched.container.removeBadLOCI();
+        batched.container.appendLocationAndSphericalVideoXML(tokyo(), "<rdf:SphericalVideo/>");
+        ASSERT_TRUE(batched.container.commitEdits());
+
+        EXPECT_EQ(batched.bytes(), separate.bytes());
+        EXPECT_FALSE(batched.container.isMdatFirst());
+        EXPECT_EQ(allSamples(batched.path), movieSamples(spec));
+        EXPECT_FALSE(batched.temporaryLeft());
+    }
+    // Already in front: the batch has only its edits.
+    MovieFile front(buildMovie({.moovFirst = true}));
+    front.container.beginEdits();
+    EXPECT_FALSE(front.container.moovFirst());
+    EXPECT_TRUE(front.container.commitEdits());
+    EXPECT_EQ(front.bytes(), front.original);
+}

@@ -222,3 +222,26 @@ TEST(SpatialData, ALocatorFollowsItsBlockWhenAnEditInTheMovieBoxMovesIt) {
     EXPECT_EQ(b.substr(be64At(b, co64At + 8), 5), kPcm.substr(10, 5));
     EXPECT_EQ(allSamples(m.path), movieSamples(spec));
 }
+
+TEST(SpatialData, ARelayoutWithEditsCarriesTheBlockAndItsLocatorAlong) {
+    const MovieSpec spec{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
+    const Bytes movie = buildMovie(spec);
+    const Bytes block = spatialBlock(movie.size(), {0, 10});
+    Bytes withBlock = movie + block;
+    withBlock.replace(withBlock.find("KDT9") + 4, 16, be64(movie.size()) + be64(block.size()));
+    MovieFile m(withBlock);
+
+    const std::string xml = "<rdf:SphericalVideo/>";
+    m.container.beginEdits();
+    ASSERT_TRUE(m.container.moovFirst());
+    ASSERT_TRUE(m.container.appendSphericalVideoXML(xml));
+    ASSERT_TRUE(m.container.commitEdits());
+    EXPECT_FALSE(m.container.isMdatFirst());
+    const Bytes b = m.bytes();
+    const uint64_t moved = movie.size() + 24 + xml.size();
+    EXPECT_EQ(b.substr(moved, 4), be32(uint32_t(block.size())));
+    EXPECT_EQ(be64At(b, b.find("KDT9") + 4), moved);
+    const size_t co64At = b.find("co64", moved) + 12;
+    EXPECT_EQ(b.substr(be64At(b, co64At + 8), 5), kPcm.substr(10, 5));
+    EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+}
