@@ -2,10 +2,14 @@
 """Runs shell commands side by side, alternating, and prints each one's median
 wall time and peak memory, and their ratios to the first command.
 
-usage: compare.py RUNS [--before 'SETUP'] LABEL 'COMMAND' [LABEL 'COMMAND' ...]
+usage: compare.py RUNS [--before 'SETUP'] [--warmup N] [--json FILE]
+                  LABEL 'COMMAND' [LABEL 'COMMAND' ...]
        (a command may use {run} for the run's index; SETUP runs untimed
-       before every timed command, e.g. to remove the previous output)
+       before every timed command, e.g. to remove the previous output;
+       N untimed rounds of every command come first; FILE receives each
+       label's median seconds and peak KiB for scripts to compute with)
 """
+import json
 import os
 import statistics
 import subprocess
@@ -28,9 +32,22 @@ def main():
     runs = int(sys.argv[1])
     args = sys.argv[2:]
     before = None
-    if args[:1] == ["--before"]:
-        before, args = args[1], args[2:]
+    warmup = 0
+    json_path = None
+    while args[:1] in (["--before"], ["--warmup"], ["--json"]):
+        if args[0] == "--before":
+            before = args[1]
+        elif args[0] == "--warmup":
+            warmup = int(args[1])
+        else:
+            json_path = args[1]
+        args = args[2:]
     pairs = list(zip(args[0::2], args[1::2]))
+    for i in range(warmup):
+        for label, command in pairs:
+            if before:
+                subprocess.run(before.replace("{run}", str(i)), shell=True, check=True)
+            run_once(command.replace("{run}", str(i)))
     times = {label: [] for label, _ in pairs}
     memory = {label: [] for label, _ in pairs}
     for i in range(runs):
@@ -49,6 +66,11 @@ def main():
         m = statistics.median(memory[label])
         print(f"{label:>24}: median {t:8.4f} s  peak {m / 1024:8.1f} MiB  "
               f"{base} time / this = {base_t / t:6.3f}  {base} memory / this = {base_m / m:6.3f}")
+    if json_path:
+        with open(json_path, "w") as out:
+            json.dump({label: {"seconds": statistics.median(times[label]), "times": times[label],
+                               "peak_kib": statistics.median(memory[label])}
+                       for label, _ in pairs}, out)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,32 @@
+#!/usr/bin/env python3
+"""Counts the full-file copies in an `strace -f -e trace=openat,pwrite64,write`
+log of one run: every file the run created for writing is one copy (the
+output, each temporary rewrite); the bytes it wrote, over the source's size,
+say the same thing from the other side.
+
+usage: count_copies.py STRACE_LOG SOURCE_BYTES   -> prints "COPIES WRITTEN/SIZE"
+"""
+import re
+import sys
+
+CREATE = re.compile(r'openat\([^,]+, "([^"]+)", [^)]*O_CREAT[^)]*\) = \d+')
+WRITE = re.compile(r'\b(pwrite64|write)\((\d+), .* = (\d+)$')
+
+
+def main():
+    log, size = sys.argv[1], int(sys.argv[2])
+    created = 0
+    written = 0
+    with open(log) as lines:
+        for line in lines:
+            line = line.rstrip()
+            if CREATE.search(line) and not re.search(r'"/(dev|proc|sys)/', line):
+                created += 1
+            match = WRITE.search(line)
+            if match and int(match.group(2)) > 2:
+                written += int(match.group(3))
+    print(created, f"{written / size:.2f}")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,121 @@
+#!/usr/bin/env bash
+# Times tavrel's metadata-only path (`tavrel SOURCE OUTPUT`, no re-encode
+# options) on 1 GiB camera movies of each layout against `cp` of the same
+# file and against ffmpeg's stream-copy faststart remux, side by side and
+# alternating, and prints the medians, the full-file copies tavrel made and
+# the ratios.
+#   bench/metadata_vs_cp.sh [RUNS] [MIB]
+# Goals: within 1.2x of cp for every full copy tavrel makes, and faster than
+# the ffmpeg command on every layout.
+# A fourth contender, "cp-chain", does with cp and mv what tavrel does with
+# the files (a copy into the output, then per further copy a temporary copy
+# renamed over it): tavrel against it is the cost of the copies themselves.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+runs=${1:-5}
+mib=${2:-1024}
+
+bash tools/setup.sh
+cmake -S . -B build -G Ninja >/dev/null
+cmake --build build --target tavrel camera-dress >/dev/null
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/tavrel-bench-XXXXXX")
+trap 'rm -rf "$work"' EXIT
+
+# At most four movies of MIB at a time: the encoded one, the dressed one,
+# and an output beside its temporary rewrite.
+need=$((4 * mib + 256))
+avail=$(df -m --output=avail "$work" | tail -1)
+if ((avail < need)); then
+  echo "needs $need MiB free in $work; $avail MiB are"
+  exit 1
+fi
+python3 bench/fresh_memory.py 256
+
+# A short 2:1 clip with AAC audio, looped (stream copy) up to the size
+# wanted: no gigabyte is encoded, and the muxer puts the movie box last, as
+# the dressing expects.
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=1440x720:rate=30 -f lavfi \
+  -i sine=frequency=440:sample_rate=48000 -t 4 -pix_fmt yuv420p -c:v libx264 \
+  -preset ultrafast -qp 0 -c:a aac "$work/clip.mp4"
+ffmpeg -nostdin -v error -stream_loop -1 -i "$work/clip.mp4" -map 0 -c copy \
+  -fs $((mib * 1024 * 1024)) "$work/big.mp4"
+rm "$work/clip.mp4"
+seconds=$(ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$work/big.mp4")
+
+tavrel=./build/app/tavrel
+src=$work/src.mp4
+out=$work/out.mp4
+# Every contender starts with no output and no dirty pages left by the one
+# before: the disk writes back far slower than any of them copies.
+before="rm -f $out $out.tmp.mp4; sync"
+results=$work/results.txt
+
+# Stream, times, size and hash of every packet: the side data is left out,
+# since a spherical box gives the first video packet some.
+packets() { ffmpeg -nostdin -v quiet -i "$1" -map 0 -c copy -f framemd5 - | grep -v '^#' | cut -d, -f1-6 | md5sum; }
+median() { python3 -c 'import json, sys; print(json.load(open(sys.argv[1]))[sys.argv[2]]["seconds"])' "$@"; }
+# Every run's seconds, in order: the spread says how far to trust a median.
+spread() {
+  python3 -c 'import json, sys
+for label, r in json.load(open(sys.argv[1])).items():
+    print(f"{label:>24}: runs " + " ".join(f"{t:.2f}" for t in r["times"]))' "$1"
+}
+
+for layout in older-mdat-first older-moov-first newest; do
+  echo "== $layout"
+  ./build/bench/camera-dress "$layout" "$seconds" "$work/big.mp4" "$src"
+  size=$(stat -c %s "$src")
+  echo "movie: $size bytes, $seconds s"
+
+  # The copies tavrel makes, counted once from its system calls.
+  eval "$before"
+  strace -f -e trace=openat,pwrite64,write -o "$work/strace.log" "$tavrel" "$src" "$out" >/dev/null 2>&1
+  read -r copies written < <(python3 bench/count_copies.py "$work/strace.log" "$size")
+  rm "$work/strace.log"
+  echo "tavrel: $copies full-file copies ($written x the movie written)"
+
+  # The metadata path must keep every packet; the timings are still taken
+  # when it does not, and the run ends in failure.
+  if [[ $(packets "$src") == $(packets "$out") ]]; then
+    kept=identical
+  else
+    kept=DIFFER
+  fi
+  echo "packets: $kept"
+
+  chain="cp $src $out"
+  for ((i = 1; i < copies; i++)); do
+    chain+=" && cp $out $out.tmp.mp4 && mv -f $out.tmp.mp4 $out"
+  done
+
+  # In the page cache, so every contender reads from memory.
+  eval "$before"
+  cat "$src" >/dev/null
+  python3 bench/compare.py "$runs" --warmup 1 --before "$before" --json "$work/times.json" \
+    tavrel "$tavrel $src $out" \
+    cp "cp $src $out" \
+    cp-chain "$chain" \
+    ffmpeg "ffmpeg -nostdin -v error -y -i $src -c copy -movflags +faststart $out"
+  spread "$work/times.json"
+
+  eval "$before"
+  /usr/bin/time -v "$tavrel" "$src" "$out" >/dev/null 2>"$work/time.txt"
+  peak=$(sed -n 's/.*Maximum resident set size (kbytes): //p' "$work/time.txt")
+
+  {
+    echo -n "$layout"
+    for label in tavrel cp cp-chain ffmpeg; do echo -n " $(median "$work/times.json" "$label")"; done
+    echo " $copies $written $peak $kept"
+  } >>"$results"
+  eval "$before"
+  rm -f "$src"
+done
+
+echo
+echo "medians of $runs runs after one warm-up, $mib MiB movies"
+python3 bench/metadata_table.py "$results"
+if grep -q DIFFER "$results"; then
+  echo "tavrel changed the packets of a layout"
+  exit 1
+fi
