@@ -51,6 +51,10 @@ unsigned int TavrelTranscoder::trim(const Option& option) {
     QVMX::MediaTime end = QVMX::MediaTime::makeWithSeconds(option.endSeconds, timescale);
     QVMX::Console::out(L"processing %ls to %ls ...\n", option.source.c_str(), option.output.c_str());
     if (!(duration > end)) end = duration;
+    // Nothing lies between a start at or past the end and the end: no frame
+    // can be kept, and a range of negative length would not limit the
+    // reading at all.
+    if (!(end > start)) return 0;
     const float totalSeconds = static_cast<float>(duration.seconds());
 
     unsigned int frames = 0;

@@ -193,6 +193,9 @@ bool MetaBuilder::readSpatialData(const std::wstring& source, double start, doub
 
 bool MetaBuilder::readSpatialData(const std::wstring& source, unsigned int start, unsigned int end) {
     // The command line's "to the end" is the largest whole second.
-    const double last = end == 0xFFFFFFFFu ? -1.0 : static_cast<double>(end);
-    return spatialSound.attach(source, static_cast<double>(start), last);
+    if (end == 0xFFFFFFFFu) return spatialSound.attach(source, static_cast<double>(start), -1.0);
+    if (spatialSound.attach(source, static_cast<double>(start), static_cast<double>(end))) return true;
+    // An end past the spatial audio keeps it to its end, as the movie's end
+    // bounds the re-encoded video; any other failure fails again here.
+    return spatialSound.attach(source, static_cast<double>(start), -1.0);
 }

@@ -43,7 +43,8 @@ public:
 
     // Seconds; a negative end means to the end.
     bool readSpatialData(const std::wstring& source, double start, double end);
-    // Whole seconds; an end of 0xFFFFFFFF means to the end.
+    // Whole seconds; an end of 0xFFFFFFFF, or one past the spatial audio,
+    // means to its end.
     bool readSpatialData(const std::wstring& source, unsigned int start, unsigned int end);
 
     bool updateMeta(const std::wstring& output, const std::wstring* destination, bool fullRange);

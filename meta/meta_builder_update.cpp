@@ -33,6 +33,13 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
     progress(4, 40.0);
     MP4::Container out;
     if (!out.attach(output)) return false;
+    // Without a movie box there is no movie to carry the metadata (a cut
+    // or foreign file): writing the boxes that do not need one would still
+    // make an output.
+    if (out.moov() == nullptr) {
+        QVMX::Console::out(L"MP4: %ls has no movie box.\n", output.c_str());
+        return false;
+    }
     if (destination != nullptr) out.setOutputPath(*destination);
 
     if (camera_version(model) > kNewerLayout) {
@@ -50,11 +57,12 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         if (!xmp.empty() && !out.appendXMP(xmp)) return false;
     } else {
         // An output already laid out with the movie box first, or without a
-        // bad loci, is no failure: both leave the file as it is.
-        // The relayout, dropping a bad loci and adding the boxes are one copy.
+        // bad loci, is no failure: both leave the file as it is. The relayout,
+        // dropping a bad loci and adding the boxes are one copy; a relayout
+        // that was needed and failed fails the step with it.
         out.beginEdits();
         out.moovFirst();
-        out.removeBadLOCI();
+        if (!out.removeBadLOCI()) return false;
         progress(6, 60.0);
         updateSphereXML(out, destination == nullptr);
         // Only what is known is written: a movie that is not spherical gets
@@ -68,7 +76,7 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         } else if (position) {
             ok = out.appendLocations(gps);
         }
-        if (!out.commitEdits() || !ok) return false;
+        if (!ok || !out.commitEdits()) return false;
         progress(8, 80.0);
         if (!xmp.empty() && !out.appendXMP(xmp)) return false;
         if (!axis.empty() && !out.appendAxis(axis)) return false;

@@ -25,6 +25,7 @@ ts::Bytes userData(const Dressing& d) {
     if (d.makerRecord) {
         ts::MakerExif exif;
         exif.model = d.model.empty() ? "KORVA PANOX" : d.model;
+        exif.projectionType = d.projectionType;
         children += ts::kmknBox(ts::makerExifBlock(exif));
     }
     if (!d.location.empty()) children += ts::box("@xyz", d.location);

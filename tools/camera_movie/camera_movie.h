@@ -14,6 +14,7 @@ namespace cameramovie {
 struct Dressing {
     std::string model = "KORVA PANOX D";  // "@mod" text; none when empty
     bool makerRecord = true;                 // "KMKN"
+    uint16_t projectionType = 1;             // the maker record's projection type
     std::string location = "+35.6586+139.7454+040.000/";  // "@xyz"; none when empty
     bool badLoci = false;                    // a 28-byte "loci" for the tool to drop
     size_t sensorRecords = 0;                // "KDTB", "KDTC", "KDTD"; none when 0

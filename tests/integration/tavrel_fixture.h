@@ -1,0 +1,80 @@
+#pragma once
+
+// Source movies for running the tavrel command end to end, made once per
+// test program (ffmpeg, then dressed as each camera generation writes its
+// movies), and a working directory per test that checks, when it goes
+// away, that the run lost nothing: the source keeps its bytes and no
+// temporary file is left.
+#include <filesystem>
+#include <string>
+
+#include "support/run_command.h"
+#include "support/test_files.h"
+
+namespace e2e {
+
+// Every source is 3 s at 30 fps with AAC audio, created 2018-01-10 12:00:00
+// UTC, with its media data before its movie box unless said otherwise.
+enum class Source {
+    Plain,         // 512x256 (2:1), no camera boxes, 48 kHz stereo
+    Wide,          // 512x288 (16:9), no camera boxes
+    LowRate,       // 256x128 (2:1), 32 kHz audio
+    A10,           // the older generations: maker record, location, a 28-byte
+    A10MoovFirst,  // loci, an AXIS box; in both box orders
+    B,
+    BMoovFirst,
+    BC,
+    BCMoovFirst,
+    Newest,        // "KORVA PANOX D": 90 sensor records, KTHU of 16 KiB, KDT9 and
+                   // 3 s of spatial audio (1000 samples of 8 bytes a second)
+                   // after the movie box; maker projection type 3
+    NewestNoRoom,  // the same with a KTHU too small for any JPEG
+    NewestMoovFirst,  // the same with its movie box first, as no camera writes it
+};
+
+const std::filesystem::path& sourceMovie(Source source);
+// "A10MoovFirst" for Source::A10MoovFirst.
+std::string sourceName(Source source);
+// The model text the source carries; empty for the non-camera movies.
+std::string modelOf(Source source);
+
+// The spatial audio of the newest sources.
+constexpr uint32_t kSpatialRate = 1000;
+constexpr uint32_t kSpatialSampleSize = 8;
+constexpr uint32_t kSensorRecords = 90;
+
+// The sources' creation time in every header of an output made from one,
+// and as its spherical XML's time stamp.
+void expectSourcesCreationTime(const std::filesystem::path& output);
+
+std::filesystem::path tavrelExecutable();
+
+class Workspace {
+public:
+    // A fresh directory holding a copy of source as "source.mp4".
+    explicit Workspace(Source source);
+    // An empty one.
+    Workspace();
+    ~Workspace();
+    Workspace(const Workspace&) = delete;
+    Workspace& operator=(const Workspace&) = delete;
+
+    const std::filesystem::path& dir() const { return dir_.path(); }
+    std::filesystem::path file(const std::string& name) const { return dir_.file(name); }
+    std::filesystem::path source() const { return file("source.mp4"); }
+    std::filesystem::path output() const { return file("out.mp4"); }
+
+    // Runs tavrel with the arguments (already quoted for the shell) in this
+    // directory; standard output and standard error together.
+    testsupport::CommandResult run(const std::string& arguments) const;
+    // "source.mp4 out.mp4" and the options.
+    testsupport::CommandResult convert(const std::string& options = "") const;
+
+private:
+    testsupport::TempDir dir_;
+    std::string sourceHash_;
+};
+
+bool contains(const std::string& text, const std::string& piece);
+
+}  // namespace e2e
