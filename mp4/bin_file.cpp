@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace MP4 {
 
@@ -18,20 +19,23 @@ void BinFile::skip(uint64_t count) { seek(addClamped(position(), count)); }
 bool BinFile::fill(uint64_t count) {
     const uint64_t pos = position();
     if (cacheGeneration_ == writeGeneration() && pos >= cacheStart_ &&
-        pos - cacheStart_ <= cache_.size() && cache_.size() - (pos - cacheStart_) >= count) {
+        pos - cacheStart_ <= cacheSize_ && cacheSize_ - (pos - cacheStart_) >= count) {
         return true;
     }
     if (!isOpen()) return false;
-    cache_.resize(std::max(kCacheBlock, count));
-    const ssize_t got = ::pread(descriptor(), cache_.data(), cache_.size(), static_cast<off_t>(pos));
-    if (got < 0) {
-        cache_.clear();
-        return false;
+    cacheSize_ = 0;
+    const uint64_t want = std::max(kCacheBlock, count);
+    if (cacheCapacity_ < want) {
+        cache_.reset(new (std::nothrow) uint8_t[want]);
+        cacheCapacity_ = cache_ ? want : 0;
+        if (!cache_) return false;
     }
-    cache_.resize(static_cast<size_t>(got));
+    const ssize_t got = ::pread(descriptor(), cache_.get(), want, static_cast<off_t>(pos));
+    if (got < 0) return false;
+    cacheSize_ = static_cast<uint64_t>(got);
     cacheStart_ = pos;
     cacheGeneration_ = writeGeneration();
-    return cache_.size() >= count;
+    return cacheSize_ >= count;
 }
 
 bool BinFile::readBytes(uint8_t* out, uint64_t count) {
@@ -50,7 +54,7 @@ bool BinFile::readBytes(uint8_t* out, uint64_t count) {
         return true;
     }
     if (!fill(count)) return false;
-    std::memcpy(out, cache_.data() + (position() - cacheStart_), static_cast<size_t>(count));
+    std::memcpy(out, cache_.get() + (position() - cacheStart_), static_cast<size_t>(count));
     seek(position() + count);
     return true;
 }
@@ -62,8 +66,8 @@ uint64_t BinFile::readAvailable(std::vector<uint8_t>& out, uint64_t count) {
     while (done < count) {
         const uint64_t step = std::min(count - done, kCacheBlock);
         if (!fill(1)) break;
-        const uint64_t have = std::min<uint64_t>(step, cache_.size() - (position() - cacheStart_));
-        const uint8_t* from = cache_.data() + (position() - cacheStart_);
+        const uint64_t have = std::min<uint64_t>(step, cacheSize_ - (position() - cacheStart_));
+        const uint8_t* from = cache_.get() + (position() - cacheStart_);
         out.insert(out.end(), from, from + have);
         seek(position() + have);
         done += have;

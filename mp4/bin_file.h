@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -49,7 +50,11 @@ private:
     bool fill(uint64_t count);
 
     uint64_t limit_ = kNoLimit;
-    std::vector<uint8_t> cache_;
+    // Left uninitialised: every refill overwrites what it uses, and clearing
+    // the whole block first cost more than the read on small files.
+    std::unique_ptr<uint8_t[]> cache_;
+    uint64_t cacheCapacity_ = 0;
+    uint64_t cacheSize_ = 0;
     uint64_t cacheStart_ = 0;
     uint64_t cacheGeneration_ = ~uint64_t(0);
 };
