@@ -8,6 +8,11 @@ class BOX;
 class Container;
 }  // namespace MP4
 
+// How much of the camera's small boxes is read at most: a model text longer
+// than this names no camera, and the maker record is a few kilobytes.
+inline constexpr uint64_t kMaxModelText = 2048;
+inline constexpr uint64_t kMaxMakerBlock = uint64_t(16) << 20;
+
 // The payload of box (the bytes after its header) as far as the file really
 // holds them, and at most limit bytes; a size field that claims more than the
 // file has never decides how much is allocated.

@@ -17,9 +17,6 @@
 
 namespace {
 constexpr const char* kDefaultStitchingSoftware = "KORVA PANOX::Seamwright";
-// The maker record is a few kilobytes; a larger box is read up to this.
-constexpr uint64_t kMaxMakerBlock = 16u << 20;
-constexpr uint64_t kMaxModelText = 2048;
 
 std::string toolName(const char* name, const char* version) {
     char text[256];

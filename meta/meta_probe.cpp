@@ -8,13 +8,6 @@
 #include "mp4/box.h"
 #include "mp4/container.h"
 
-namespace {
-// A model text longer than this names no camera; it is read no further.
-constexpr uint64_t kMaxModelText = 2048;
-// The maker record is a few kilobytes; a larger box is read up to this.
-constexpr uint64_t kMaxMakerBlock = 16u << 20;
-}  // namespace
-
 bool MetaProbe::probe(const std::wstring& path) {
     modelCode = 0;
     frameRate = 0.0f;
