@@ -98,7 +98,7 @@ void ScalingMatrix::process_stream(GolombBitStream& s, bool write) {
     }
 }
 
-void HighProfileSpec::clear() {
+void HighProfileFields::clear() {
     chroma_format_idc.clear();
     separate_colour_plane_flag.clear();
     bit_depth_minus8.clear();
@@ -107,7 +107,7 @@ void HighProfileSpec::clear() {
     scalingMatrix.clear();
 }
 
-void HighProfileSpec::process_stream(GolombBitStream& s, bool write) {
+void HighProfileFields::process_stream(GolombBitStream& s, bool write) {
     io(chroma_format_idc, s, write);
     if (chroma_format_idc == 3) io(separate_colour_plane_flag, s, write);
     io(bit_depth_minus8, s, write);  // luma
@@ -220,7 +220,7 @@ void VUI::process_stream(GolombBitStream& s, bool write) {
     }
 }
 
-bool SPS::hasHighProfileSpec() const {
+bool SPS::hasHighProfileFields() const {
     switch (profile_idc.value) {
     case 44: case 83: case 86: case 100: case 110: case 118: case 122: case 128: case 138: case 244:
         return true;
@@ -259,7 +259,7 @@ void SPS::process_stream(GolombBitStream& s, bool write) {
     io(constraint_set4_to_reserved, s, write);
     io(level_idc, s, write);
     io(seq_parameter_set_id, s, write);
-    if (hasHighProfileSpec()) io(highProfile, s, write);
+    if (hasHighProfileFields()) io(highProfile, s, write);
     io(log2_max_frame_num_minus4, s, write);
     io(pic_order_cnt_type, s, write);
     if (pic_order_cnt_type == 0) {

@@ -92,7 +92,7 @@ public:
     std::deque<std::unique_ptr<ScalingList>> scalingLists;
 };
 
-class HighProfileSpec : public GolombStreamEntity {
+class HighProfileFields : public GolombStreamEntity {
 public:
     void clear() override;
     void parse(GolombBitStream& s) override { process_stream(s, false); }
@@ -178,7 +178,7 @@ public:
     void parse(GolombBitStream& s) override { process_stream(s, false); }
     void to_s(GolombBitStream& s) override { process_stream(s, true); }
     void process_stream(GolombBitStream& s, bool write);
-    bool hasHighProfileSpec() const;
+    bool hasHighProfileFields() const;
 
     BitData<1> forbidden_zero_bit;
     BitData<2> nal_ref_idc;
@@ -192,7 +192,7 @@ public:
     BitData<4> constraint_set4_to_reserved;
     BitData<8> level_idc;
     GolombData seq_parameter_set_id;
-    HighProfileSpec highProfile;
+    HighProfileFields highProfile;
     GolombData log2_max_frame_num_minus4;
     GolombData pic_order_cnt_type;
     GolombData log2_max_pic_order_cnt_lsb_minus4;

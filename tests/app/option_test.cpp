@@ -11,10 +11,11 @@
 #include "app/option.h"
 #include "foundation/utility.h"
 #include "meta/media_services.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 

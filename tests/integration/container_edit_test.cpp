@@ -11,14 +11,15 @@
 #include "mp4/container.h"
 #include "mp4/spatial_sound.h"
 #include "mp4/uuid_box.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/run_command.h"
-#include "support/spatial_builder.h"
+#include "tools/builders/spatial_builder.h"
 #include "support/test_files.h"
 #include "support/wide_offsets.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 

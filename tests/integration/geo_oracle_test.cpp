@@ -8,13 +8,14 @@
 #include "geo/gps_info.h"
 #include "geo/view_heading.h"
 #include "mp4/uuid_box.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/run_command.h"
 #include "support/test_files.h"
 
 namespace {
 
 using namespace testsupport;
+using namespace builders;
 
 const Bytes kFtyp = box("ftyp", Bytes("isom") + be32(0x200) + "isom");
 

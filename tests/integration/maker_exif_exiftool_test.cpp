@@ -8,13 +8,14 @@
 #include <string>
 
 #include "meta/exif_parser.h"
-#include "support/camera_builders.h"
+#include "tools/builders/camera_builders.h"
 #include "support/run_command.h"
 #include "support/test_files.h"
 
 namespace {
 
 using namespace testsupport;
+using namespace builders;
 
 unsigned char* u8(Bytes& b) { return reinterpret_cast<unsigned char*>(b.data()); }
 

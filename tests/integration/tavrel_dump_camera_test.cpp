@@ -2,20 +2,21 @@
 // the record count and byte order of each sensor box.
 #include <gtest/gtest.h>
 
-#include "support/box_builder.h"
-#include "support/camera_builders.h"
+#include "tools/builders/box_builder.h"
+#include "tools/builders/camera_builders.h"
 #include "support/run_command.h"
 #include "support/test_files.h"
 
 namespace {
 
 using namespace testsupport;
+using namespace builders;
 
 std::string dumpOf(const Bytes& udtaChildren) {
     TempDir dir;
-    MovieSpec spec;
-    spec.udtaChildren = udtaChildren;
-    writeFile(dir.file("camera.mp4"), buildMovie(spec));
+    MovieShape shape;
+    shape.udtaChildren = udtaChildren;
+    writeFile(dir.file("camera.mp4"), buildMovie(shape));
     const auto result = runCommand("LC_ALL=C.UTF-8 " + shellQuote(binaryDir() + "/tools/tavrel-dump") + " " +
                                    shellQuote(dir.file("camera.mp4").string()));
     EXPECT_EQ(result.status, 0) << result.output;

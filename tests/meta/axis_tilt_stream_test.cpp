@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "meta/axis_tilt_stream.h"
-#include "support/camera_builders.h"
+#include "tools/builders/camera_builders.h"
 #include "support/test_files.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 

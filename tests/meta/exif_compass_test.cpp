@@ -8,7 +8,7 @@
 
 #include "exif_test_util.h"
 
-using namespace testsupport;
+using namespace builders;
 
 namespace {
 

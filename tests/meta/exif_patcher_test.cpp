@@ -5,6 +5,7 @@
 #include "exif_test_util.h"
 #include "support/test_files.h"
 
+using namespace builders;
 using namespace testsupport;
 using namespace exiftest;
 

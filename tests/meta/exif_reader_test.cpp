@@ -7,7 +7,7 @@
 
 #include "exif_test_util.h"
 
-using namespace testsupport;
+using namespace builders;
 using namespace exiftest;
 
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "meta/exif_parser.h"
-#include "support/camera_builders.h"
+#include "tools/builders/camera_builders.h"
 
 namespace exiftest {
 

@@ -3,10 +3,11 @@
 
 #include "meta/media_services.h"
 #include "meta/meta_probe.h"
-#include "support/camera_builders.h"
+#include "tools/builders/camera_builders.h"
 #include "support/movie_file.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 

@@ -4,10 +4,11 @@
 
 #include "meta/accel_sensor_stream.h"
 #include "mp4/container.h"
-#include "support/camera_builders.h"
+#include "tools/builders/camera_builders.h"
 #include "support/test_files.h"
 
 using namespace testsupport;
+using namespace builders;
 using Stream = AccelSensorStreamEmbed;
 
 namespace {
@@ -16,10 +17,10 @@ struct Movie {
     TempDir dir;
     MP4::Container container;
     explicit Movie(const Bytes& udtaChildren, bool moovFirst = true, size_t cutFromEnd = 0) {
-        MovieSpec spec;
-        spec.moovFirst = moovFirst;
-        spec.udtaChildren = udtaChildren;
-        const Bytes bytes = buildMovie(spec);
+        MovieShape shape;
+        shape.moovFirst = moovFirst;
+        shape.udtaChildren = udtaChildren;
+        const Bytes bytes = buildMovie(shape);
         writeFile(dir.file("m.mp4"), bytes.substr(0, bytes.size() - cutFromEnd));
         EXPECT_TRUE(container.attach(dir.wfile("m.mp4")));
     }

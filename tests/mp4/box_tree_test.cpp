@@ -7,10 +7,11 @@
 #include "mp4/sample_table_boxes.h"
 #include "mp4/user_data_boxes.h"
 #include "mp4/uuid_box.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/test_files.h"
 
 using namespace testsupport;
+using namespace builders;
 using MP4::fourcc;
 
 namespace {
@@ -281,8 +282,8 @@ TEST(TypedBoxes, MetaHandlerAndSoundEntry) {
 }
 
 TEST(PathSearch, FalseStopsOnlyTheSiblingList) {
-    MovieSpec spec;
-    Parsed p(buildMovie(spec));
+    MovieShape shape;
+    Parsed p(buildMovie(shape));
     int visits = 0;
     p.container.find("moov.trak.tkhd", [&](MP4::BOX&) {
         ++visits;
@@ -313,9 +314,9 @@ TEST(PathSearch, BytesAreComparedAsStored) {
 }
 
 TEST(Remembered, FirstMdatFirstMoovAndLastVideoTrack) {
-    MovieSpec spec;
-    spec.moovFirst = false;
-    Parsed p(buildMovie(spec) + box("mdat", "second") + box("moov"));
+    MovieShape shape;
+    shape.moovFirst = false;
+    Parsed p(buildMovie(shape) + box("mdat", "second") + box("moov"));
     ASSERT_NE(p.container.mdat(), nullptr);
     ASSERT_NE(p.container.moov(), nullptr);
     EXPECT_LT(p.container.mdat()->start, p.container.moov()->start);

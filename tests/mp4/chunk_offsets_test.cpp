@@ -4,11 +4,12 @@
 #include <unistd.h>
 
 #include "mp4/container.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 

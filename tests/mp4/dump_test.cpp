@@ -3,10 +3,11 @@
 
 #include "mp4/container.h"
 #include "mp4/uuid_box.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/test_files.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 std::string dumpOf(const Bytes& bytes) {

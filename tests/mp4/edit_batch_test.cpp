@@ -4,11 +4,12 @@
 
 #include "geo/gps_info.h"
 #include "mp4/container.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 
@@ -29,13 +30,13 @@ void dropLociAddLocationAndXml(MP4::Container& c) {
 TEST(EditBatch, OneCopyMakesWhatSeparateRewritesMake) {
     for (bool moovFirst : {true, false}) {
         SCOPED_TRACE(moovFirst);
-        const MovieSpec spec{.moovFirst = moovFirst, .udtaChildren = box("@xyz", "+1+2/") + box("loci", Bytes(20, '\0'))};
-        MovieFile separate(buildMovie(spec));
+        const MovieShape shape{.moovFirst = moovFirst, .udtaChildren = box("@xyz", "+1+2/") + box("loci", Bytes(20, '\0'))};
+        MovieFile separate(buildMovie(shape));
         // The user data is replaced last here, so do the same without it.
         separate.container.removeBadLOCI();
         separate.container.appendLocationAndSphericalVideoXML(tokyo(), "<rdf:SphericalVideo/>");
 
-        MovieFile batched(buildMovie(spec));
+        MovieFile batched(buildMovie(shape));
         batched.container.beginEdits();
         batched.container.removeBadLOCI();
         batched.container.removeBadLOCI();  // already on its way out: nothing more
@@ -46,7 +47,7 @@ TEST(EditBatch, OneCopyMakesWhatSeparateRewritesMake) {
         EXPECT_EQ(batched.bytes(), separate.bytes());
         // The removed loci is replaced by a full one.
         EXPECT_NE(batched.bytes().find(be32(32) + "loci"), std::string::npos);
-        EXPECT_EQ(allSamples(batched.path), movieSamples(spec));
+        EXPECT_EQ(allSamples(batched.path), movieSamples(shape));
         EXPECT_FALSE(batched.temporaryLeft());
     }
 }
@@ -68,14 +69,14 @@ TEST(EditBatch, AnEmptyBatchWritesNothingAndAClashingOneWritesNothingEither) {
 TEST(EditBatch, TheRelayoutAndTheEditsAreOneCopyToo) {
     for (bool use64 : {false, true}) {
         SCOPED_TRACE(use64);
-        const MovieSpec spec{.moovFirst = false, .use64 = use64,
+        const MovieShape shape{.moovFirst = false, .use64 = use64,
                              .udtaChildren = box("@xyz", "+1+2/") + box("loci", Bytes(20, '\0'))};
-        MovieFile separate(buildMovie(spec));
+        MovieFile separate(buildMovie(shape));
         EXPECT_TRUE(separate.container.moovFirst());
         separate.container.removeBadLOCI();
         separate.container.appendLocationAndSphericalVideoXML(tokyo(), "<rdf:SphericalVideo/>");
 
-        MovieFile batched(buildMovie(spec));
+        MovieFile batched(buildMovie(shape));
         batched.container.beginEdits();
         EXPECT_TRUE(batched.container.moovFirst());
         batched.container.removeBadLOCI();
@@ -84,7 +85,7 @@ TEST(EditBatch, TheRelayoutAndTheEditsAreOneCopyToo) {
 
         EXPECT_EQ(batched.bytes(), separate.bytes());
         EXPECT_FALSE(batched.container.isMdatFirst());
-        EXPECT_EQ(allSamples(batched.path), movieSamples(spec));
+        EXPECT_EQ(allSamples(batched.path), movieSamples(shape));
         EXPECT_FALSE(batched.temporaryLeft());
     }
     // Already in front: the batch has only its edits.

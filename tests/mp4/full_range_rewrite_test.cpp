@@ -5,12 +5,13 @@
 #include "h264/parameter_sets.h"
 #include "mp4/avcc_box.h"
 #include "mp4/container.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 #include "support/test_files.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 
@@ -57,7 +58,7 @@ Rewrite rewrite(MovieFile& m, bool fullRange) {
 
 TEST(FullRangeRewrite, SameSizeRewritesTheBoxInPlace) {
     // video_format 0 becomes 5 and two flags flip: not a bit more.
-    const MovieSpec layout{.avcC = vector("high_colour_component")};
+    const MovieShape layout{.avcC = vector("high_colour_component")};
     for (bool withOutput : {false, true}) {
         SCOPED_TRACE(withOutput ? "output path" : "in place");
         MovieFile m(buildMovie(layout));
@@ -88,7 +89,7 @@ TEST(FullRangeRewrite, GrowthIsTakenFromTheUserDataBehind) {
         for (bool withOutput : {false, true}) {
             SCOPED_TRACE(std::string(moovFirst ? "moov first" : "mdat first") +
                          (withOutput ? ", output path" : ", in place"));
-            const MovieSpec layout{.moovFirst = moovFirst, .udtaChildren = box("KMKN", Bytes(84, 'k')),
+            const MovieShape layout{.moovFirst = moovFirst, .udtaChildren = box("KMKN", Bytes(84, 'k')),
                                  .avcC = vector("baseline_512x256")};
             MovieFile m(buildMovie(layout));
             const auto output = m.dir.file("out.mp4");
@@ -138,7 +139,7 @@ TEST(FullRangeRewrite, WithoutRoomTheMovieIsWrittenAgain) {
     for (const auto& c : cases) {
         for (bool withOutput : {false, true}) {
             SCOPED_TRACE(std::string(c.name) + (withOutput ? ", output path" : ", in place"));
-            const MovieSpec layout{.moovFirst = c.moovFirst, .withUdta = c.withUdta,
+            const MovieShape layout{.moovFirst = c.moovFirst, .withUdta = c.withUdta,
                                  .udtaChildren = c.udtaChildren, .avcC = vector("baseline_512x256")};
             MovieFile m(buildMovie(layout));
             const auto output = m.dir.file("out.mp4");
@@ -172,7 +173,7 @@ TEST(FullRangeRewrite, WithoutRoomTheMovieIsWrittenAgain) {
 
 TEST(FullRangeRewrite, NothingToDoLeavesTheFileAlone) {
     // After one rewrite the flags are as asked: the second finds nothing to do.
-    const MovieSpec layout{.avcC = vector("high_full_range")};
+    const MovieShape layout{.avcC = vector("high_full_range")};
     MovieFile m(buildMovie(layout));
     EXPECT_TRUE(rewrite(m, true).ok);
     const Bytes once = m.bytes();
@@ -184,7 +185,7 @@ TEST(FullRangeRewrite, NothingToDoLeavesTheFileAlone) {
     EXPECT_EQ(m.bytes(), once);
 
     // No avcC box (an H.265 movie) and no movie at all.
-    MovieFile none(buildMovie(MovieSpec{}));
+    MovieFile none(buildMovie(MovieShape{}));
     const auto quiet = rewrite(none, true);
     EXPECT_TRUE(quiet.ok);
     EXPECT_EQ(quiet.console, "");
@@ -209,7 +210,7 @@ TEST(FullRangeRewrite, UnreadableRecordsAreReportedAndTheFileKept) {
     };
     for (const auto& [avcC, message] : cases) {
         SCOPED_TRACE(message);
-        MovieFile m(buildMovie(MovieSpec{.avcC = avcC}));
+        MovieFile m(buildMovie(MovieShape{.avcC = avcC}));
         const auto r = rewrite(m, true);
         EXPECT_TRUE(r.ok);
         EXPECT_EQ(r.console, message);
@@ -227,7 +228,7 @@ TEST(FullRangeRewrite, UnreadableRecordsAreReportedAndTheFileKept) {
         EXPECT_EQ(dumped.substr(dumped.find('\n') + 1), shown);
     }
     // A healthy box dumps as its header line alone.
-    MovieFile healthy(buildMovie(MovieSpec{.avcC = good}));
+    MovieFile healthy(buildMovie(MovieShape{.avcC = good}));
     ConsoleCapture capture;
     healthy.first("moov.trak.mdia.minf.stbl.stsd.avc1.avcC")->dump();
     const std::string text = capture.text();
@@ -251,7 +252,7 @@ TEST(FullRangeRewrite, AnSpsWithoutVuiGainsAFreshOne) {
     ByteArray noVui;
     out.bytes(noVui);
 
-    MovieFile m(buildMovie(MovieSpec{.avcC = Bytes(noVui.view())}));
+    MovieFile m(buildMovie(MovieShape{.avcC = Bytes(noVui.view())}));
     unsigned char profile = 0;
     bool set1 = true, full = true;
     auto* avcc = static_cast<MP4::AVCC*>(m.first("moov.trak.mdia.minf.stbl.stsd.avc1.avcC"));

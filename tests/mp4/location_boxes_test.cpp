@@ -4,11 +4,12 @@
 #include "geo/gps_info.h"
 #include "mp4/container.h"
 #include "mp4/uuid_box.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 
@@ -42,14 +43,14 @@ TEST(RemoveBadLoci, OnlyTheShortFormGoesAndEverySampleStays) {
     for (bool moovFirst : {true, false}) {
         for (bool use64 : {false, true}) {
             SCOPED_TRACE(std::string(moovFirst ? "moov first" : "mdat first") + (use64 ? ", co64" : ""));
-            const MovieSpec spec{.moovFirst = moovFirst, .use64 = use64,
+            const MovieShape shape{.moovFirst = moovFirst, .use64 = use64,
                                  .udtaChildren = box("@mod", "m") + loci(28) + box("free", "x")};
             // The same loci ending the movie box, right before the media data.
-            const MovieSpec last{.moovFirst = moovFirst, .use64 = use64, .udtaChildren = box("@mod", "m") + loci(28)};
+            const MovieShape last{.moovFirst = moovFirst, .use64 = use64, .udtaChildren = box("@mod", "m") + loci(28)};
             MovieFile ending(buildMovie(last));
             EXPECT_TRUE(ending.container.removeBadLOCI());
             EXPECT_EQ(allSamples(ending.path), movieSamples(last));
-            MovieFile m(buildMovie(spec));
+            MovieFile m(buildMovie(shape));
             const uint64_t udta = m.first("moov.udta")->size;
             EXPECT_TRUE(m.container.removeBadLOCI());
             EXPECT_EQ(m.first("moov.loci"), nullptr);
@@ -57,7 +58,7 @@ TEST(RemoveBadLoci, OnlyTheShortFormGoesAndEverySampleStays) {
             EXPECT_EQ(m.first("moov.udta")->size, udta - 28);
             EXPECT_EQ(m.bytes().size(), m.original.size() - 28);
             EXPECT_NE(m.first("moov.udta.free"), nullptr);
-            EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
         }
     }
 }
@@ -74,13 +75,13 @@ TEST(AppendLocations, TheMissingBoxesEndTheUserDataInEveryLayout) {
     for (bool moovFirst : {true, false}) {
         for (bool use64 : {false, true}) {
             SCOPED_TRACE(std::string(moovFirst ? "moov first" : "mdat first") + (use64 ? ", co64" : ""));
-            const MovieSpec spec{.moovFirst = moovFirst, .use64 = use64, .udtaChildren = box("@mod", "m")};
-            MovieFile m(buildMovie(spec));
+            const MovieShape shape{.moovFirst = moovFirst, .use64 = use64, .udtaChildren = box("@mod", "m")};
+            MovieFile m(buildMovie(shape));
             const Bytes before = payloadOf(m, "moov.udta");
             EXPECT_TRUE(m.container.appendLocations(position()));
             EXPECT_EQ(payloadOf(m, "moov.udta"), before + kXyz + kLoci + kCxyz);
             EXPECT_EQ(m.bytes().size(), m.original.size() + kXyz.size() + kLoci.size() + kCxyz.size());
-            EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
             EXPECT_FALSE(m.temporaryLeft());
         }
     }
@@ -101,14 +102,14 @@ TEST(AppendLocations, BoxesAlreadyThereAreNotAddedAgain) {
 
 TEST(AppendLocations, WithoutUserDataANewOneEndsTheMovieBox) {
     for (bool moovFirst : {true, false}) {
-        const MovieSpec spec{.moovFirst = moovFirst, .withUdta = false};
-        MovieFile m(buildMovie(spec));
+        const MovieShape shape{.moovFirst = moovFirst, .withUdta = false};
+        MovieFile m(buildMovie(shape));
         EXPECT_TRUE(m.container.appendLocations(position()));
         const MP4::BOX* udta = m.first("moov.udta");
         ASSERT_NE(udta, nullptr);
         EXPECT_EQ(udta->end(), m.first("moov")->end());
         EXPECT_EQ(payloadOf(m, "moov.udta"), kXyz + kLoci + kCxyz);
-        EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+        EXPECT_EQ(allSamples(m.path), movieSamples(shape));
     }
     MovieFile noMedia(box("ftyp", "isom") + box("moov", box("udta", "")));
     EXPECT_FALSE(noMedia.container.appendLocations(position()));
@@ -120,8 +121,8 @@ TEST(AppendLocationAndSphericalXml, BothInOneRewrite) {
     for (bool withUdta : {true, false}) {
         for (bool moovFirst : {true, false}) {
             SCOPED_TRACE(std::string(withUdta ? "udta, " : "no udta, ") + (moovFirst ? "moov first" : "mdat first"));
-            const MovieSpec spec{.moovFirst = moovFirst, .withUdta = withUdta};
-            MovieFile m(buildMovie(spec));
+            const MovieShape shape{.moovFirst = moovFirst, .withUdta = withUdta};
+            MovieFile m(buildMovie(shape));
             const uint64_t moov = m.first("moov")->size;
             const uint64_t trak = m.first("moov.trak")->size;
             EXPECT_TRUE(m.container.appendLocationAndSphericalVideoXML(position(), xml));
@@ -134,7 +135,7 @@ TEST(AppendLocationAndSphericalXml, BothInOneRewrite) {
             const Bytes added = kXyz + kLoci + kCxyz;
             ASSERT_GE(udta.size(), added.size());
             EXPECT_EQ(udta.substr(udta.size() - added.size()), added);
-            EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
         }
     }
 }

@@ -8,11 +8,12 @@
 
 #include "mp4/container.h"
 #include "mp4/uuid_box.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 
@@ -21,10 +22,10 @@ Bytes id(const MP4::UserType& t) { return Bytes(t.begin(), t.end()); }
 const Bytes kXmp = "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF/></x:xmpmeta>";
 const Bytes kXml = "<rdf:SphericalVideo>\n  <GSpherical:Spherical>true</GSpherical:Spherical>\n</rdf:SphericalVideo>";
 
-const MovieSpec kLayouts[] = {{.moovFirst = true}, {.moovFirst = true, .use64 = true},
+const MovieShape kLayouts[] = {{.moovFirst = true}, {.moovFirst = true, .use64 = true},
                               {.moovFirst = false}, {.moovFirst = false, .use64 = true}};
 
-std::string layoutName(const MovieSpec& s) {
+std::string layoutName(const MovieShape& s) {
     return std::string(s.moovFirst ? "moov first" : "mdat first") + (s.use64 ? ", co64" : ", stco");
 }
 
@@ -47,8 +48,8 @@ TEST(AppendXmpAndAxis, EachGoesToTheEndOfTheFileOnce) {
 
 TEST(AppendXmpAndAxis, MediaDataRunningToTheEndOfTheFileIsClosedFirst) {
     // moov first, then an mdat whose size field says "to the end".
-    const MovieSpec spec{};
-    Bytes movie = buildMovie(spec);
+    const MovieShape shape{};
+    Bytes movie = buildMovie(shape);
     const size_t mdatAt = movie.rfind("mdat") - 4;
     movie.replace(mdatAt, 4, be32(0));
     MovieFile m(movie);
@@ -57,7 +58,7 @@ TEST(AppendXmpAndAxis, MediaDataRunningToTheEndOfTheFileIsClosedFirst) {
     EXPECT_EQ(b.substr(mdatAt, 4), be32(uint32_t(movie.size() - mdatAt)));
     ASSERT_EQ(m.container.root()->children.size(), 4u);
     EXPECT_EQ(m.container.root()->children.back()->name(), "uuid");
-    EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+    EXPECT_EQ(allSamples(m.path), movieSamples(shape));
 }
 
 TEST(AppendXmpAndAxis, AFailedWriteCutsTheFileBackToItsOldLength) {
@@ -83,9 +84,9 @@ TEST(AppendXmpAndAxis, AFailedWriteCutsTheFileBackToItsOldLength) {
 }
 
 TEST(SphericalVideoXml, GoesIntoTheVideoTrackAndKeepsEverySample) {
-    for (const auto& spec : kLayouts) {
-        SCOPED_TRACE(layoutName(spec));
-        MovieFile m(buildMovie(spec));
+    for (const auto& shape : kLayouts) {
+        SCOPED_TRACE(layoutName(shape));
+        MovieFile m(buildMovie(shape));
         const auto before = chunkOffsets(m.path);
         const uint64_t trakSize = m.container.videoTrack()->size;
         const uint64_t moovSize = m.container.moov()->size;
@@ -98,8 +99,8 @@ TEST(SphericalVideoXml, GoesIntoTheVideoTrackAndKeepsEverySample) {
         ASSERT_FALSE(trak.children.empty());
         const auto& last = *trak.children.back();
         EXPECT_EQ(m.bytes().substr(last.start, last.size), boxBytes);
-        EXPECT_EQ(allSamples(m.path), movieSamples(spec));
-        if (!spec.moovFirst) {
+        EXPECT_EQ(allSamples(m.path), movieSamples(shape));
+        if (!shape.moovFirst) {
             EXPECT_EQ(chunkOffsets(m.path), before);
         }
         EXPECT_FALSE(m.temporaryLeft());
@@ -107,8 +108,8 @@ TEST(SphericalVideoXml, GoesIntoTheVideoTrackAndKeepsEverySample) {
 }
 
 TEST(SphericalVideoXml, ASecondTextReplacesTheFirst) {
-    const MovieSpec spec{};
-    MovieFile m(buildMovie(spec));
+    const MovieShape shape{};
+    MovieFile m(buildMovie(shape));
     EXPECT_TRUE(m.container.appendSphericalVideoXML(kXml));
     const Bytes other = "<rdf:SphericalVideo>changed, and longer than before</rdf:SphericalVideo>";
     EXPECT_TRUE(m.container.appendSphericalVideoXML(other));
@@ -116,7 +117,7 @@ TEST(SphericalVideoXml, ASecondTextReplacesTheFirst) {
     EXPECT_EQ(b.find(kXml), std::string::npos);
     EXPECT_NE(b.find(other), std::string::npos);
     EXPECT_EQ(b.find(id(MP4::SphericalXML::_UUID)), b.rfind(id(MP4::SphericalXML::_UUID)));
-    EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+    EXPECT_EQ(allSamples(m.path), movieSamples(shape));
     MP4::BOX* found = nullptr;
     ByteArray bytes;
     EXPECT_TRUE(m.container.build_sphericalVideoXmlBOX(found, bytes, "x"));

@@ -4,11 +4,12 @@
 
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 
@@ -23,13 +24,13 @@ std::vector<std::string> topLevelTypes(MP4::Container& c) {
 TEST(MoovFirst, MovesTheMovieBoxAndEverySampleStaysInReach) {
     for (bool use64 : {false, true}) {
         SCOPED_TRACE(use64 ? "co64" : "stco");
-        const MovieSpec spec{.moovFirst = false, .use64 = use64};
-        MovieFile m(buildMovie(spec));
+        const MovieShape shape{.moovFirst = false, .use64 = use64};
+        MovieFile m(buildMovie(shape));
         EXPECT_TRUE(m.container.isMdatFirst());
         EXPECT_TRUE(m.container.moovFirst());
         EXPECT_EQ(topLevelTypes(m.container), (std::vector<std::string>{"ftyp", "moov", "mdat"}));
         EXPECT_FALSE(m.container.isMdatFirst());
-        EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+        EXPECT_EQ(allSamples(m.path), movieSamples(shape));
         // The same bytes as a movie built in that order to begin with.
         EXPECT_EQ(m.bytes(), buildMovie({.moovFirst = true, .use64 = use64}));
         EXPECT_FALSE(m.temporaryLeft());
@@ -51,8 +52,8 @@ TEST(MoovFirst, AMovieAlreadyInThatOrderIsLeftAlone) {
 TEST(MoovFirst, ShiftsByExactlyTheMovieBoxSize) {
     // A box between the media data and the movie box moves in front of the
     // movie box but is not counted in the shift.
-    const MovieSpec spec{.moovFirst = false};
-    const Bytes movie = buildMovie(spec);
+    const MovieShape shape{.moovFirst = false};
+    const Bytes movie = buildMovie(shape);
     MovieFile probe(movie);
     const auto* moov = probe.container.moov();
     const auto* mdat = probe.container.mdat();
@@ -76,12 +77,12 @@ TEST(MoovFirst, ASpatialBlockAfterTheMovieBoxKeepsItsPlace) {
     const Bytes katr = container(
         "KATR", {container("mdia", {container("minf", {container("stbl", {co64({0x1234})})})})});
     const Bytes block = uuidBox(spatialId, box("KADT", "pcm") + katr);
-    const MovieSpec spec{.moovFirst = false};
-    MovieFile m(buildMovie(spec) + block);
+    const MovieShape shape{.moovFirst = false};
+    MovieFile m(buildMovie(shape) + block);
     EXPECT_TRUE(m.container.moovFirst());
     const Bytes b = m.bytes();
     EXPECT_EQ(b.substr(b.size() - block.size()), block);
-    EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+    EXPECT_EQ(allSamples(m.path), movieSamples(shape));
 }
 
 TEST(MoovFirst, BrokenTablesFailAndLeaveTheSource) {

@@ -2,11 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "mp4/container.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 
@@ -21,9 +22,9 @@ TEST(ReplaceUdta, ReplacesTheUserDataAndKeepsEverySampleInBothLayouts) {
         for (bool use64 : {false, true}) {
             SCOPED_TRACE(std::string(moovFirst ? "moov first" : "mdat first") +
                          (use64 ? ", co64" : ", stco"));
-            const MovieSpec spec{.moovFirst = moovFirst, .use64 = use64,
+            const MovieShape shape{.moovFirst = moovFirst, .use64 = use64,
                                  .udtaChildren = box("@mod", "old model")};
-            MovieFile m(buildMovie(spec));
+            MovieFile m(buildMovie(shape));
             const auto* moov = m.container.moov();
             const uint64_t moovSize = moov->size;
             const uint64_t oldUdta = m.first("moov.udta")->size;
@@ -31,15 +32,15 @@ TEST(ReplaceUdta, ReplacesTheUserDataAndKeepsEverySampleInBothLayouts) {
             EXPECT_EQ(m.container.moov()->size, moovSize - oldUdta + kNewUdta.size());
             EXPECT_NE(m.bytes().find(kNewUdta), std::string::npos);
             EXPECT_EQ(m.bytes().find("old model"), std::string::npos);
-            EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
             EXPECT_EQ(m.bytes().size(), m.original.size() - oldUdta + kNewUdta.size());
         }
     }
 }
 
 TEST(ReplaceUdta, WithMediaDataFirstOnlyTheMovieBoxSizeChanges) {
-    const MovieSpec spec{.moovFirst = false};
-    MovieFile m(buildMovie(spec));
+    const MovieShape shape{.moovFirst = false};
+    MovieFile m(buildMovie(shape));
     const auto offsets = chunkOffsets(m.path);
     const uint64_t moovStart = m.container.moov()->start;
     EXPECT_TRUE(m.container.replaceUdta(kNewUdta.size(), bytesOf(kNewUdta)));
@@ -48,15 +49,15 @@ TEST(ReplaceUdta, WithMediaDataFirstOnlyTheMovieBoxSizeChanges) {
 }
 
 TEST(ReplaceUdta, WithoutUserDataTheBoxIsAppendedToTheMovieBox) {
-    const MovieSpec spec{.withUdta = false};
-    MovieFile m(buildMovie(spec));
+    const MovieShape shape{.withUdta = false};
+    MovieFile m(buildMovie(shape));
     ASSERT_EQ(m.first("moov.udta"), nullptr);
     EXPECT_TRUE(m.container.replaceUdta(kNewUdta.size(), bytesOf(kNewUdta)));
     const auto& moov = static_cast<MP4::NestedBox&>(*m.container.moov());
     ASSERT_FALSE(moov.children.empty());
     EXPECT_EQ(moov.children.back()->name(), "udta");
     EXPECT_EQ(moov.children.back()->size, kNewUdta.size());
-    EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+    EXPECT_EQ(allSamples(m.path), movieSamples(shape));
 }
 
 TEST(ReplaceUdta, AMovieBoxWithTooFewChildrenOrBadBytesIsLeftAlone) {

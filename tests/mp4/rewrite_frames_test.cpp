@@ -8,11 +8,12 @@
 #include <unistd.h>
 
 #include "mp4/container.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 
 using namespace testsupport;
+using namespace builders;
 using MP4::BinFile;
 using MP4::Container;
 

@@ -5,12 +5,13 @@
 #include "mp4/container.h"
 #include "mp4/spatial_sound.h"
 #include "mp4/uuid_box.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
-#include "support/spatial_builder.h"
+#include "tools/builders/spatial_builder.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 
@@ -57,8 +58,8 @@ uint64_t be64At(const Bytes& b, size_t at) {
 TEST(SpatialData, TheBlockArrivesWithItsTrackAndLocatorPointingAtItself) {
     const Source src = spatialSource();
     MovieFile source(src.bytes, "source.mp4");
-    const MovieSpec outSpec{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
-    MovieFile out(buildMovie(outSpec));
+    const MovieShape outShape{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
+    MovieFile out(buildMovie(outShape));
     EXPECT_FALSE(out.container.isSpatialDataExist());
 
     QVMX::FileIO file(source.wpath(), 'r');
@@ -77,7 +78,7 @@ TEST(SpatialData, TheBlockArrivesWithItsTrackAndLocatorPointingAtItself) {
     EXPECT_EQ(be64At(b, locator), newStart);
     EXPECT_EQ(be64At(b, locator + 8), src.size);
     EXPECT_EQ(b.substr(locator + 16, 4), "rest");
-    EXPECT_EQ(allSamples(out.path), movieSamples(outSpec));
+    EXPECT_EQ(allSamples(out.path), movieSamples(outShape));
 
     ConsoleCapture console;
     EXPECT_TRUE(out.container.appendSpatialData(file, src.offset, src.size));
@@ -149,8 +150,8 @@ TEST(SpatialData, ATrimmedBlockHoldsTheKeptAudioAndItsRebuiltTrack) {
     MovieFile source(spatialMovie({}), "source.mp4");
     MP4::SpatialSound sound;
     ASSERT_TRUE(sound.attach(source.wpath(), 0.5, 4.0));
-    const MovieSpec outSpec{.moovFirst = true, .udtaChildren = kdt9(0, 0)};
-    MovieFile out(buildMovie(outSpec));
+    const MovieShape outShape{.moovFirst = true, .udtaChildren = kdt9(0, 0)};
+    MovieFile out(buildMovie(outShape));
 
     QVMX::FileIO file(source.wpath(), 'r');
     ASSERT_TRUE(out.container.trimSpatialData(file, 20, sound));
@@ -170,7 +171,7 @@ TEST(SpatialData, ATrimmedBlockHoldsTheKeptAudioAndItsRebuiltTrack) {
     const size_t locator = b.find("KDT9") + 4;
     EXPECT_EQ(be64At(b, locator), newStart);
     EXPECT_EQ(be64At(b, locator + 8), b.size() - newStart);
-    EXPECT_EQ(allSamples(out.path), movieSamples(outSpec));
+    EXPECT_EQ(allSamples(out.path), movieSamples(outShape));
 
     ConsoleCapture console;
     EXPECT_TRUE(out.container.trimSpatialData(file, 20, sound));
@@ -203,8 +204,8 @@ TEST(SpatialData, ATrimWithoutARangeOrABlockWritesNothing) {
 TEST(SpatialData, ALocatorFollowsItsBlockWhenAnEditInTheMovieBoxMovesIt) {
     // Media data first, then the movie box, then the block: growing the
     // video track moves the block by the inserted length.
-    const MovieSpec spec{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
-    const Bytes movie = buildMovie(spec);
+    const MovieShape shape{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
+    const Bytes movie = buildMovie(shape);
     const Bytes block = spatialBlock(movie.size(), {0, 10});
     Bytes withBlock = movie + block;
     const size_t locator = withBlock.find("KDT9") + 4;
@@ -220,12 +221,12 @@ TEST(SpatialData, ALocatorFollowsItsBlockWhenAnEditInTheMovieBoxMovesIt) {
     EXPECT_EQ(be64At(b, b.find("KDT9") + 12), block.size());
     const size_t co64At = b.find("co64", moved) + 12;
     EXPECT_EQ(b.substr(be64At(b, co64At + 8), 5), kPcm.substr(10, 5));
-    EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+    EXPECT_EQ(allSamples(m.path), movieSamples(shape));
 }
 
 TEST(SpatialData, ARelayoutWithEditsCarriesTheBlockAndItsLocatorAlong) {
-    const MovieSpec spec{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
-    const Bytes movie = buildMovie(spec);
+    const MovieShape shape{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
+    const Bytes movie = buildMovie(shape);
     const Bytes block = spatialBlock(movie.size(), {0, 10});
     Bytes withBlock = movie + block;
     withBlock.replace(withBlock.find("KDT9") + 4, 16, be64(movie.size()) + be64(block.size()));
@@ -243,5 +244,5 @@ TEST(SpatialData, ARelayoutWithEditsCarriesTheBlockAndItsLocatorAlong) {
     EXPECT_EQ(be64At(b, b.find("KDT9") + 4), moved);
     const size_t co64At = b.find("co64", moved) + 12;
     EXPECT_EQ(b.substr(be64At(b, co64At + 8), 5), kPcm.substr(10, 5));
-    EXPECT_EQ(allSamples(m.path), movieSamples(spec));
+    EXPECT_EQ(allSamples(m.path), movieSamples(shape));
 }

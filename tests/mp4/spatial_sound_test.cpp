@@ -5,10 +5,11 @@
 #include "foundation/file_io.h"
 #include "mp4/container.h"
 #include "mp4/spatial_sound.h"
-#include "support/spatial_builder.h"
+#include "tools/builders/spatial_builder.h"
 #include "support/test_files.h"
 
 using namespace testsupport;
+using namespace builders;
 
 namespace {
 
@@ -45,10 +46,10 @@ class Trims : public testing::TestWithParam<Case> {};
 
 TEST_P(Trims, KeptRangeAndRebuiltTrack) {
     const Case& c = GetParam();
-    SpatialSpec spec;
-    spec.mdhdVersion = c.mdhdVersion;
-    spec.timeScale = c.timeScale;
-    Trim t(spatialMovie(spec), c.start, c.end);
+    SpatialShape shape;
+    shape.mdhdVersion = c.mdhdVersion;
+    shape.timeScale = c.timeScale;
+    Trim t(spatialMovie(shape), c.start, c.end);
     ASSERT_TRUE(t.result) << t.console;
     EXPECT_TRUE(t.sound.built);
     EXPECT_EQ(t.console, "");
@@ -96,7 +97,7 @@ TEST(SpatialTrim, BadRangesAndBadTracksFail) {
         EXPECT_EQ(t.console, "");
     }
     // A KADT holding 20000 of the 32000 bytes the track claims.
-    SpatialSpec shortKadt;
+    SpatialShape shortKadt;
     shortKadt.storedBytes = 20000;
     EXPECT_TRUE(Trim(spatialMovie(shortKadt), 0.5, 2.5).result);
     EXPECT_FALSE(Trim(spatialMovie(shortKadt), 0.5, 2.501).result);
@@ -107,11 +108,11 @@ TEST(SpatialTrim, BadRangesAndBadTracksFail) {
     EXPECT_FALSE(cut.result);
     EXPECT_TRUE(cut.sound.trimmedKATR.empty());
 
-    SpatialSpec noStsz, noMdhd;
+    SpatialShape noStsz, noMdhd;
     noStsz.withStsz = false;
     noMdhd.withMdhd = false;
-    for (const auto& spec : {noStsz, noMdhd}) {
-        Trim t(spatialMovie(spec), 0.5, 1.0);
+    for (const auto& shape : {noStsz, noMdhd}) {
+        Trim t(spatialMovie(shape), 0.5, 1.0);
         EXPECT_FALSE(t.result);
         EXPECT_EQ(t.console, "No Spatial Metadata.\n");
     }

@@ -2,8 +2,10 @@
 
 #include "mp4/container.h"
 #include "mp4/sample_table_boxes.h"
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 #include "support/test_files.h"
+
+using namespace builders;
 
 namespace testsupport {
 

@@ -2,7 +2,9 @@
 
 #include <set>
 
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
+
+using namespace builders;
 
 namespace testsupport {
 

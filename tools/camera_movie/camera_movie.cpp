@@ -7,12 +7,12 @@
 #include "foundation/byte_array.h"
 #include "foundation/wchar.h"
 #include "mp4/container.h"
-#include "support/camera_builders.h"
-#include "support/spatial_builder.h"
+#include "tools/builders/camera_builders.h"
+#include "tools/builders/spatial_builder.h"
 
 namespace cameramovie {
 
-namespace ts = testsupport;
+namespace ts = builders;
 
 namespace {
 
@@ -98,13 +98,13 @@ bool dress(const std::string& movie, const std::string& out, const Dressing& d, 
     }
     if (d.spatialSeconds > 0) {
         const uint64_t at = std::filesystem::file_size(out, code);
-        ts::SpatialSpec spec;
-        spec.timeScale = kSpatialRate;
-        spec.sampleSize = kSpatialSampleSize;
-        spec.samples = static_cast<uint32_t>(d.spatialSeconds * kSpatialRate);
+        ts::SpatialShape shape;
+        shape.timeScale = kSpatialRate;
+        shape.sampleSize = kSpatialSampleSize;
+        shape.samples = static_cast<uint32_t>(d.spatialSeconds * kSpatialRate);
         const uint64_t payload = at + 24 + 8;
-        const ts::Bytes kadt = ts::box("KADT", ts::spatialAudio(uint64_t(spec.samples) * spec.sampleSize));
-        if (code || !appendFile(out, ts::uuidBox(ts::kSpatialDataUuid, kadt + ts::katrBox(spec, payload)))) {
+        const ts::Bytes kadt = ts::box("KADT", ts::spatialAudio(uint64_t(shape.samples) * shape.sampleSize));
+        if (code || !appendFile(out, ts::uuidBox(ts::kSpatialDataUuid, kadt + ts::katrBox(shape, payload)))) {
             error = "cannot append the spatial data to " + out;
             return false;
         }

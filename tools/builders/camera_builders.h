@@ -7,9 +7,9 @@
 // can use them as the reference.
 //
 // A camera-like movie:
-//   MovieSpec spec;
-//   spec.udtaChildren = kmknBox(makerExifBlock(MakerExif{})) + cameraSensorBoxes(8);
-//   const Bytes movie = buildMovie(spec);
+//   MovieShape shape;
+//   shape.udtaChildren = kmknBox(makerExifBlock(MakerExif{})) + cameraSensorBoxes(8);
+//   const Bytes movie = buildMovie(shape);
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 
-namespace testsupport {
+namespace builders {
 
 enum class ByteOrder { Big, Little };
 
@@ -183,4 +183,4 @@ Bytes axisPayloadV2(const AxisPayload& payload);
 // 16-byte header (flag = tiltFlag) and 12-byte records (no stamp).
 Bytes axisPayloadV1(const AxisPayload& payload);
 
-}  // namespace testsupport
+}  // namespace builders

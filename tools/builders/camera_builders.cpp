@@ -1,9 +1,9 @@
-#include "support/camera_builders.h"
+#include "tools/builders/camera_builders.h"
 
 #include <bit>
 #include <stdexcept>
 
-namespace testsupport {
+namespace builders {
 
 namespace {
 
@@ -284,4 +284,4 @@ Bytes axisPayloadV1(const AxisPayload& p) {
     return out;
 }
 
-}  // namespace testsupport
+}  // namespace builders

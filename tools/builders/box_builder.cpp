@@ -1,8 +1,8 @@
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 
 #include <stdexcept>
 
-namespace testsupport {
+namespace builders {
 
 Bytes be16(uint16_t v) { return {char(v >> 8), char(v)}; }
 Bytes be32(uint32_t v) { return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; }
@@ -135,7 +135,7 @@ Bytes sampleBytes(int track, uint32_t i, uint32_t size) {
 
 // Chunk offsets of one track when its chunks are laid out one after the other
 // from base, tracks interleaved chunk by chunk.
-Bytes buildMoov(const MovieSpec& spec, const std::vector<TrackLayout>& tracks,
+Bytes buildMoov(const MovieShape& shape, const std::vector<TrackLayout>& tracks,
                 const std::vector<std::vector<uint64_t>>& offsets) {
     Bytes traks;
     for (size_t t = 0; t < tracks.size(); ++t) {
@@ -143,37 +143,37 @@ Bytes buildMoov(const MovieSpec& spec, const std::vector<TrackLayout>& tracks,
         const bool video = tr.index == 0;
         std::vector<uint32_t> sizes(tr.samples, tr.sampleSize);
         Bytes table;
-        if (spec.use64) {
+        if (shape.use64) {
             table = co64(offsets[t]);
         } else {
             std::vector<uint32_t> small(offsets[t].begin(), offsets[t].end());
             table = stco(small);
         }
-        Bytes entry = video ? avc1(spec.width, spec.height,
-                                   {spec.avcC.empty() ? Bytes() : box("avcC", spec.avcC)})
+        Bytes entry = video ? avc1(shape.width, shape.height,
+                                   {shape.avcC.empty() ? Bytes() : box("avcC", shape.avcC)})
                             : sowt(2, 16, 48000u << 16);
         Bytes stbl = container("stbl", {stsd({entry}), stts({{tr.samples, video ? 1000u : 1024u}}),
-                                        stsc({{1, spec.samplesPerChunk, 1}}), stsz(0, sizes),
+                                        stsc({{1, shape.samplesPerChunk, 1}}), stsz(0, sizes),
                                         table});
         Bytes mdia = container("mdia", {mdhd(0, 100, video ? 30000 : 48000, tr.samples * 1000),
                                         hdlr(video ? "vide" : "soun", video ? "Video" : "Sound"),
                                         container("minf", {stbl})});
-        traks += container("trak", {tkhd(0, 100, video ? spec.width : 0, video ? spec.height : 0),
+        traks += container("trak", {tkhd(0, 100, video ? shape.width : 0, video ? shape.height : 0),
                                     mdia});
     }
-    Bytes udta = spec.withUdta ? box("udta", spec.udtaChildren) : Bytes();
+    Bytes udta = shape.withUdta ? box("udta", shape.udtaChildren) : Bytes();
     return box("moov", mvhd(0, 100, 1000, 1000) + traks + udta);
 }
 
-std::vector<TrackLayout> layouts(const MovieSpec& spec) {
-    std::vector<TrackLayout> tracks{{spec.videoSamples, 100, 0}};
-    if (spec.withAudio) tracks.push_back({spec.audioSamples, 40, 1});
+std::vector<TrackLayout> layouts(const MovieShape& shape) {
+    std::vector<TrackLayout> tracks{{shape.videoSamples, 100, 0}};
+    if (shape.withAudio) tracks.push_back({shape.audioSamples, 40, 1});
     return tracks;
 }
 
 // Lays the samples out chunk by chunk, alternating tracks; returns the mdat
 // payload and each track's chunk offsets relative to the payload's start.
-Bytes layoutMdat(const MovieSpec& spec, const std::vector<TrackLayout>& tracks,
+Bytes layoutMdat(const MovieShape& shape, const std::vector<TrackLayout>& tracks,
                  std::vector<std::vector<uint64_t>>& offsets) {
     Bytes payload;
     offsets.assign(tracks.size(), {});
@@ -184,7 +184,7 @@ Bytes layoutMdat(const MovieSpec& spec, const std::vector<TrackLayout>& tracks,
         for (size_t t = 0; t < tracks.size(); ++t) {
             if (next[t] >= tracks[t].samples) continue;
             offsets[t].push_back(payload.size());
-            for (uint32_t k = 0; k < spec.samplesPerChunk && next[t] < tracks[t].samples; ++k) {
+            for (uint32_t k = 0; k < shape.samplesPerChunk && next[t] < tracks[t].samples; ++k) {
                 payload += sampleBytes(tracks[t].index, next[t]++, tracks[t].sampleSize);
             }
             more = true;
@@ -195,29 +195,29 @@ Bytes layoutMdat(const MovieSpec& spec, const std::vector<TrackLayout>& tracks,
 
 }  // namespace
 
-Bytes buildMovie(const MovieSpec& spec) {
-    const auto tracks = layouts(spec);
+Bytes buildMovie(const MovieShape& shape) {
+    const auto tracks = layouts(shape);
     std::vector<std::vector<uint64_t>> offsets;
-    const Bytes payload = layoutMdat(spec, tracks, offsets);
+    const Bytes payload = layoutMdat(shape, tracks, offsets);
     const Bytes ftyp = box("ftyp", Bytes("isom") + be32(0x200) + "isomiso2avc1mp41");
     const Bytes mdat = box("mdat", payload);
     // The moov size does not depend on the offset values, so build it once
     // to learn its size, then again with the real offsets.
-    const Bytes probe = buildMoov(spec, tracks, offsets);
-    const uint64_t base = spec.moovFirst ? ftyp.size() + probe.size() + 8 : ftyp.size() + 8;
+    const Bytes probe = buildMoov(shape, tracks, offsets);
+    const uint64_t base = shape.moovFirst ? ftyp.size() + probe.size() + 8 : ftyp.size() + 8;
     for (auto& list : offsets) {
         for (auto& o : list) o += base;
     }
-    const Bytes moov = buildMoov(spec, tracks, offsets);
-    return spec.moovFirst ? ftyp + moov + mdat : ftyp + mdat + moov;
+    const Bytes moov = buildMoov(shape, tracks, offsets);
+    return shape.moovFirst ? ftyp + moov + mdat : ftyp + mdat + moov;
 }
 
-std::vector<Bytes> movieSamples(const MovieSpec& spec) {
+std::vector<Bytes> movieSamples(const MovieShape& shape) {
     std::vector<Bytes> out;
-    for (const auto& tr : layouts(spec)) {
+    for (const auto& tr : layouts(shape)) {
         for (uint32_t i = 0; i < tr.samples; ++i) out.push_back(sampleBytes(tr.index, i, tr.sampleSize));
     }
     return out;
 }
 
-}  // namespace testsupport
+}  // namespace builders

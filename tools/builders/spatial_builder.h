@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <string>
 
-#include "support/box_builder.h"
+#include "tools/builders/box_builder.h"
 
-namespace testsupport {
+namespace builders {
 
 extern const std::string kSpatialDataUuid;
 
-struct SpatialSpec {
+struct SpatialShape {
     uint32_t timeScale = 1000;
     uint32_t sampleSize = 8;  // 4 channels of 16-bit samples
     uint32_t samples = 4000;
@@ -24,13 +24,13 @@ struct SpatialSpec {
 Bytes spatialAudio(uint64_t count);  // byte i of the spatial audio, for every i < count
 // The track, chunks of 1536 samples from dataOffset on, and its pieces that
 // a trim copies unchanged.
-Bytes katrBox(const SpatialSpec& spec, uint64_t dataOffset);
+Bytes katrBox(const SpatialShape& shape, uint64_t dataOffset);
 Bytes katrTkhd();
 Bytes katrHdlr();
 Bytes katrSmhd();
 Bytes katrDinf();
 Bytes katrStsd();
 // ftyp (20 bytes), then the block; its KADT payload starts at byte 52.
-Bytes spatialMovie(const SpatialSpec& spec);
+Bytes spatialMovie(const SpatialShape& shape);
 
-}  // namespace testsupport
+}  // namespace builders

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace testsupport {
+namespace builders {
 
 using Bytes = std::string;
 
@@ -43,7 +43,7 @@ Bytes stsd(std::initializer_list<Bytes> entries);
 
 // Description of a small synthetic movie whose samples are recognisable
 // bytes: sample i of track t is filled with the byte (t * 64 + i) & 0xFF.
-struct MovieSpec {
+struct MovieShape {
     bool moovFirst = true;   // moov before mdat
     bool use64 = false;      // co64 instead of stco
     bool withAudio = true;   // a second (sound) track
@@ -58,8 +58,8 @@ struct MovieSpec {
 };
 
 // The whole file, with chunk offsets that point at the samples.
-Bytes buildMovie(const MovieSpec& spec);
+Bytes buildMovie(const MovieShape& shape);
 // The payload of every sample in file order per track, as the movie holds them.
-std::vector<Bytes> movieSamples(const MovieSpec& spec);
+std::vector<Bytes> movieSamples(const MovieShape& shape);
 
-}  // namespace testsupport
+}  // namespace builders
