@@ -12,6 +12,7 @@
 # renamed over it): tavrel against it is the cost of the copies themselves.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/big_movie.sh
 runs=${1:-5}
 mib=${2:-1024}
 
@@ -32,15 +33,8 @@ if ((avail < need)); then
 fi
 python3 bench/fresh_memory.py 256
 
-# A short 2:1 clip with AAC audio, looped (stream copy) up to the size
-# wanted: no gigabyte is encoded, and the muxer puts the movie box last, as
-# the dressing expects.
-ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=1440x720:rate=30 -f lavfi \
-  -i sine=frequency=440:sample_rate=48000 -t 4 -pix_fmt yuv420p -c:v libx264 \
-  -preset ultrafast -qp 0 -c:a aac "$work/clip.mp4"
-ffmpeg -nostdin -v error -stream_loop -1 -i "$work/clip.mp4" -map 0 -c copy \
-  -fs $((mib * 1024 * 1024)) "$work/big.mp4"
-rm "$work/clip.mp4"
+# A 2:1 movie; the dressing expects the movie box last.
+big_movie "$work/big.mp4" "$mib"
 seconds=$(ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$work/big.mp4")
 
 tavrel=./build/app/tavrel

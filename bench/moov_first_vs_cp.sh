@@ -6,6 +6,7 @@
 # Goal: moovFirst within 1.3x of cp, and at least 2x faster than ffmpeg.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/big_movie.sh
 runs=${1:-5}
 mib=${2:-1024}
 
@@ -16,13 +17,7 @@ cmake --build build --target tavrel-edit >/dev/null
 work=$(mktemp -d "${TMPDIR:-/tmp}/tavrel-bench-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-# A short, dense clip looped (stream copy) up to the size wanted; the mp4
-# muxer writes its moov at the end.
-ffmpeg -v error -f lavfi -i testsrc2=size=1280x720:rate=30 -f lavfi \
-  -i sine=frequency=440:sample_rate=48000 -t 4 -pix_fmt yuv420p -c:v libx264 \
-  -preset ultrafast -qp 0 -c:a aac "$work/clip.mp4"
-ffmpeg -v error -stream_loop -1 -i "$work/clip.mp4" -map 0 -c copy \
-  -fs $((mib * 1024 * 1024)) "$work/big.mp4"
+big_movie "$work/big.mp4" "$mib" 1280x720
 echo "movie: $(stat -c %s "$work/big.mp4") bytes"
 ./build/tools/tavrel-dump "$work/big.mp4" | grep -E "^MP4: <'(moov|mdat)'"
 

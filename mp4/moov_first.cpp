@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "mp4/box_edits.h"
-
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 
