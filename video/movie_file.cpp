@@ -5,21 +5,55 @@
 
 namespace QVMX {
 
-ff::InputPtr openMovie(const std::string& path, std::string& error) {
+namespace {
+
+ff::InputPtr openHeaders(const std::string& path, std::string& error) {
     ff::quietLibraries();
     AVFormatContext* raw = nullptr;
-    int result = avformat_open_input(&raw, path.c_str(), nullptr, nullptr);
+    const int result = avformat_open_input(&raw, path.c_str(), nullptr, nullptr);
     if (result < 0) {
         error = ff::errorText(result);
         return nullptr;
     }
-    ff::InputPtr format(raw);
-    result = avformat_find_stream_info(format.get(), nullptr);
+    return ff::InputPtr(raw);
+}
+
+bool headersSuffice(const AVFormatContext* format) {
+    for (unsigned i = 0; i < format->nb_streams; ++i) {
+        const AVStream* stream = format->streams[i];
+        const AVCodecParameters* p = stream->codecpar;
+        if (p->codec_type != AVMEDIA_TYPE_VIDEO && p->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+        if (p->codec_id == AV_CODEC_ID_NONE) return false;
+        if (p->codec_type == AVMEDIA_TYPE_VIDEO &&
+            (p->width < 1 || p->height < 1 || stream->avg_frame_rate.num <= 0 || stream->avg_frame_rate.den <= 0)) {
+            return false;
+        }
+        if (p->codec_type == AVMEDIA_TYPE_AUDIO && (p->sample_rate < 1 || p->ch_layout.nb_channels < 1)) return false;
+    }
+    return format->nb_streams > 0;
+}
+
+ff::InputPtr withStreamInfo(ff::InputPtr format, std::string& error) {
+    const int result = avformat_find_stream_info(format.get(), nullptr);
     if (result < 0) {
         error = ff::errorText(result);
         return nullptr;
     }
     return format;
+}
+
+}  // namespace
+
+ff::InputPtr openMovie(const std::string& path, std::string& error) {
+    ff::InputPtr format = openHeaders(path, error);
+    if (!format) return nullptr;
+    return withStreamInfo(std::move(format), error);
+}
+
+ff::InputPtr openMovieHeaders(const std::string& path, std::string& error) {
+    ff::InputPtr format = openHeaders(path, error);
+    if (!format || headersSuffice(format.get())) return format;
+    return withStreamInfo(std::move(format), error);
 }
 
 int firstStreamOf(const AVFormatContext* format, AVMediaType type) {

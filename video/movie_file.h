@@ -10,6 +10,12 @@ namespace QVMX {
 // reason in error.
 ff::InputPtr openMovie(const std::string& path, std::string& error);
 
+// The same, for a look at the first frame and the declared rates: the
+// stream information is read only when the container's headers leave a
+// stream without its codec, picture size, frame rate or sample rate. Reading
+// it decodes frames, which costs more than the one frame wanted.
+ff::InputPtr openMovieHeaders(const std::string& path, std::string& error);
+
 // Index of the first stream of the type (cover pictures are not video), or -1.
 int firstStreamOf(const AVFormatContext* format, AVMediaType type);
 

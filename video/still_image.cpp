@@ -28,7 +28,7 @@ std::unique_ptr<QVMX::StillImage> buildFrame(const std::wstring& moviePath, QVMX
     namespace ff = QVMX::ff;
     const std::string path = QVMX::wchar::wcs2mbs(moviePath);
     std::string error;
-    ff::InputPtr format = QVMX::openMovie(path.c_str(), error);
+    ff::InputPtr format = QVMX::openMovieHeaders(path.c_str(), error);
     if (!format) return nullptr;
     const int index = QVMX::firstStreamOf(format.get(), AVMEDIA_TYPE_VIDEO);
     if (index < 0) return nullptr;

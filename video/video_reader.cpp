@@ -59,7 +59,7 @@ std::string QVMXVideoReader::mediaStatusWithNSString() const { return statusName
 bool QVMXVideoReader::describeSource(const std::string& url, QVMX::FrameSize& size, MediaTime& duration,
                                      float& frameRate) {
     std::string error;
-    ff::InputPtr format = QVMX::openMovie(url, error);
+    ff::InputPtr format = QVMX::openMovieHeaders(url, error);
     if (!format) return false;
     duration = QVMX::movieDuration(format.get());
     const int videoIndex = QVMX::firstStreamOf(format.get(), AVMEDIA_TYPE_VIDEO);
