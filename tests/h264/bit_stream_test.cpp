@@ -91,7 +91,8 @@ TEST(Golomb, CodesBothWaysUpToTheLongestAndTheOwnSignedMapping) {
 
     // Signed codes are not inverse for odd code numbers: read, 0..5 give 0,
     // 0, 1, -1, 2, -2; written, 0, -1, 1, -2, 2 take code numbers 0..4.
-    const std::pair<std::string, int> reads[] = {{"1", 0}, {"010", 0}, {"011", 1}, {"00100", -1}, {"00110", -2}};
+    const std::pair<std::string, int> reads[] = {
+        {"1", 0}, {"010", 0}, {"011", 1}, {"00100", -1}, {"00110", -2}};
     for (const auto& [bits, value] : reads) {
         GolombBitStream s;
         attachBits(s, bits);

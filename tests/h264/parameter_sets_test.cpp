@@ -15,7 +15,8 @@ using namespace H264;
 namespace {
 
 ByteArray vector(const std::string& name) {
-    const std::string b = testsupport::readFile(std::string(TAVREL_SOURCE_DIR) + "/tests/h264/data/" + name + ".bin");
+    const std::string b =
+        testsupport::readFile(std::string(TAVREL_SOURCE_DIR) + "/tests/h264/data/" + name + ".bin");
     return ByteArray(b.data(), b.size());
 }
 
@@ -57,9 +58,9 @@ std::string failure(const std::function<void()>& fn) {
 
 TEST(ParameterSets, EveryEncoderRecordComesBackByteForByte) {
     std::vector<std::pair<std::string, ByteArray>> records;
-    for (const char* name : {"baseline_512x256", "baseline_64x32", "main_crop", "high_bframes", "high_full_range",
-                             "high_colour_component", "high_sar_hrd", "high_interlaced", "high444_cqm",
-                             "high444_lossless", "high10"}) {
+    for (const char* name : {"baseline_512x256", "baseline_64x32", "main_crop", "high_bframes",
+                             "high_full_range", "high_colour_component", "high_sar_hrd", "high_interlaced",
+                             "high444_cqm", "high444_lossless", "high10"}) {
         records.emplace_back(name, vector(name));
     }
     // Two PPS announced behind one SPS: the second stays in the opaque tail.
@@ -148,10 +149,15 @@ TEST(ParameterSets, BrokenRecordsFailWithTheirReason) {
     none.data[5] = 0xE0;  // no SPS at all
     none.append8(0);
     overlong.append16be(10);  // a ue code longer than 31 bits as seq_parameter_set_id
-    overlong.append(bytesOf({0x67, 0x42, 0xC0, 0x0A, 0x00, 0x00, 0x01, 0xFF, 0xFF, 0xFF, 0x01, 0x00, 0x01, 0x68}).data, 14);
-    const std::pair<ByteArray, std::string> cases[] = {
-        {good, ""}, {ByteArray(good.data, 5), "no more data"}, {cut, "no more data"}, {huge, "no more data"},
-        {none, "out of range"}, {overlong, "too log golomb sream"}};
+    overlong.append(
+        bytesOf({0x67, 0x42, 0xC0, 0x0A, 0x00, 0x00, 0x01, 0xFF, 0xFF, 0xFF, 0x01, 0x00, 0x01, 0x68}).data,
+        14);
+    const std::pair<ByteArray, std::string> cases[] = {{good, ""},
+                                                       {ByteArray(good.data, 5), "no more data"},
+                                                       {cut, "no more data"},
+                                                       {huge, "no more data"},
+                                                       {none, "out of range"},
+                                                       {overlong, "too log golomb sream"}};
     for (const auto& [payload, reason] : cases) EXPECT_EQ(failure([&] { Decoded d(payload); }), reason);
 }
 

@@ -71,7 +71,8 @@ TEST(BoxHeader, TruncatedAndOverrunningBoxes) {
     ASSERT_NE(typed<MP4::MVHD>(cut, "moov.mvhd"), nullptr);
     EXPECT_EQ(typed<MP4::MVHD>(cut, "moov.mvhd")->creationTime, 0u);
     // Fewer than eight bytes of header, and a large size of zero, end the list.
-    for (const Bytes& bytes : {box("free", "ab") + "\x00\x00\x00", be32(1) + "free" + be64(0) + box("skip")}) {
+    for (const Bytes& bytes :
+         {box("free", "ab") + "\x00\x00\x00", be32(1) + "free" + be64(0) + box("skip")}) {
         EXPECT_EQ(MovieFile(bytes).container.root()->children.size(), 1u);
     }
 }
@@ -140,7 +141,8 @@ TEST(TypedBoxes, EachReaderTakesItsFields) {
     const Bytes stbl = container("stbl", {stsd({sowt(4, 16, 48000u << 16)}), stts({{10, 1000}, {2, 500}}),
                                           stsz(0, {5, 6, 7}), stco({100, 200}), co64({1ull << 40})});
     MovieFile m(fullBox("meta", 0, 0, hdlr("mdir", "Apple")) +
-                box("moov", mvhd(1, 0x123456789ull, 600, 1200) + box("udta", xyz + loci + box("@xyz", "+1+2/")) +
+                box("moov", mvhd(1, 0x123456789ull, 600, 1200) +
+                                box("udta", xyz + loci + box("@xyz", "+1+2/")) +
                                 container("trak", {tkhd(0, 0x1122334455ull, 3840, 1920),
                                                    container("mdia", {mdhd(1, 9, 48000, 96000),
                                                                       container("minf", {stbl})})})));
@@ -171,44 +173,35 @@ TEST(PathSearch, BytesComparedAsStoredAndFalseStopsOnlyTheSiblingList) {
     MovieFile m(box("moov", box("udta", box("@mod", "KORVA") + be32(8) + "\xA9mod")));
     EXPECT_EQ(count(m, "moov.udta.@mod") + count(m, "moov.udta.\xA9mod"), 2u);
     EXPECT_EQ(count(m, "moov.udta.@mo") + count(m, "moov.udt") + count(m, "moov.udta.@mod.x"), 0u);
-    int missing = 0;
-    m.container.if_not_found("moov.udta.loci", [&] { ++missing; });
-    m.container.if_not_found("moov.udta.@mod", [&] { ++missing; });
-    EXPECT_EQ(missing, 1);
-}
-
-TEST(PathSearch, TheFirstMdatAndMoovAndTheTrackWithAWidthAreRemembered) {
-    MovieFile m(buildMovie({.moovFirst = false}) + box("mdat", "second") + box("moov"));
-    EXPECT_LT(m.container.mdat()->start, m.container.moov()->start);
-    EXPECT_GT(m.container.moov()->size, 8u);
+    // The first mdat and moov are remembered, and the track with a width.
+    MovieFile r(buildMovie({.moovFirst = false}) + box("mdat", "second") + box("moov"));
+    EXPECT_LT(r.container.mdat()->start, r.container.moov()->start);
+    EXPECT_GT(r.container.moov()->size, 8u);
     MovieFile q(box("moov", container("trak", {tkhd(0, 0, 0, 0)}) + container("trak", {tkhd(0, 0, 64, 32)}) +
                                 container("trak", {tkhd(0, 0, 0, 0)})));
     ASSERT_NE(q.container.videoTrack(), nullptr);
     EXPECT_EQ(q.container.videoTrack()->start, 8u + 8 + 92);
 }
 
-TEST(Dump, LinesIndentByDepthAndShowEachBoxsFields) {
-    const Bytes moov = box("moov", mvhd(0, 5, 1000, 2000) +
-                                       container("trak", {tkhd(0, 6, 64, 32), container("mdia", {mdhd(0, 7, 30000, 900)})}));
+TEST(Dump, LinesIndentByDepthWithEachBoxsFields) {
+    const Bytes moov =
+        box("moov", mvhd(0, 5, 1000, 2000) +
+                        container("trak", {tkhd(0, 6, 64, 32), container("mdia", {mdhd(0, 7, 30000, 900)})}));
     MovieFile m(box("ftyp", "isom") + moov + box("mdat", "abc"));
-    EXPECT_EQ(dumpOf(m),
-              "MP4: == 'root': start=0 bytes=" + std::to_string(12 + moov.size() + 11) + " ==\n"
-              "MP4: <'ftyp': start=0 bytes=12 >\n"
-              "MP4: <'moov': start=12 bytes=" + std::to_string(moov.size()) + " children=2 >\n"
-              "MP4:     <'mvhd': start=20 bytes=108 timeStamp=5 >\n"
-              "MP4:     <'trak': start=128 bytes=" + std::to_string(moov.size() - 116) + " children=2 >\n"
-              "MP4:         <'tkhd': start=136 bytes=92 timeStamp=6 width=64 height=32 >\n"
-              "MP4:         <'mdia': start=228 bytes=40 children=1 >\n"
-              "MP4:             <'mdhd': start=236 bytes=32 timeStamp=7 duration=900.000000 time_scale=30000.000000 >\n"
-              "MP4: <'mdat': start=" + std::to_string(12 + moov.size()) + " bytes=11 >\n");
-
-    const Bytes stbl = container("stbl", {stsc({{1, 1, 1}, {2, 2, 1}}), stsz(0, {1, 2, 3}), stco({9})});
-    const Bytes xyz = be32(12 + 5) + "\xA9xyz" + be16(5) + be16(0x15C7) + "+1+2/";
-    MovieFile t(box("moov", box("udta", xyz) + box("trak", box("mdia", box("minf", stbl)))) +
-                uuidBox(std::string(16, '\xab'), "x"));
-    const std::string text = dumpOf(t);
-    for (const char* line : {"entryCount=2 >\n", "sampleSize=0 sample_count=3 >\n", "indexes=1 >\n",
-                             "xyz=+1+2/ 15c7 >\n", "bytes=25 uuid=abababab-abab-abab-abab-abababababab >\n"}) {
-        EXPECT_NE(text.find(line), std::string::npos) << line;
-    }
+    EXPECT_EQ(dumpOf(m), "MP4: == 'root': start=0 bytes=" + std::to_string(12 + moov.size() + 11) +
+                             " ==\n"
+                             "MP4: <'ftyp': start=0 bytes=12 >\n"
+                             "MP4: <'moov': start=12 bytes=" +
+                             std::to_string(moov.size()) +
+                             " children=2 >\n"
+                             "MP4:     <'mvhd': start=20 bytes=108 timeStamp=5 >\n"
+                             "MP4:     <'trak': start=128 bytes=" +
+                             std::to_string(moov.size() - 116) +
+                             " children=2 >\n"
+                             "MP4:         <'tkhd': start=136 bytes=92 timeStamp=6 width=64 height=32 >\n"
+                             "MP4:         <'mdia': start=228 bytes=40 children=1 >\n"
+                             "MP4:             <'mdhd': start=236 bytes=32 timeStamp=7 duration=900.000000 "
+                             "time_scale=30000.000000 >\n"
+                             "MP4: <'mdat': start=" +
+                             std::to_string(12 + moov.size()) + " bytes=11 >\n");
 }

@@ -36,7 +36,8 @@ bool withFile(MovieFile& m, Fn fn) {
 
 TEST(ModifyBoxSize, GrowsTheBoxAndEveryBoxAboveItInTheirOwnHeaderWidth) {
     MovieFile m(box("ftyp", "isom") + largeBox("moov", box("udta", box("free", "x"))));
-    EXPECT_TRUE(withFile(m, [&](auto& f) { return MP4::Container::modifyBoxSize(f, *m.first("moov.udta.free"), 10); }));
+    EXPECT_TRUE(withFile(
+        m, [&](auto& f) { return MP4::Container::modifyBoxSize(f, *m.first("moov.udta.free"), 10); }));
     EXPECT_EQ(m.bytes().substr(12, 16), be32(1) + "moov" + be64(33 + 10));
     EXPECT_EQ(m.bytes().substr(28, 4), be32(17 + 10));  // udta
     EXPECT_EQ(m.bytes().substr(36, 4), be32(9 + 10));   // free
@@ -44,7 +45,8 @@ TEST(ModifyBoxSize, GrowsTheBoxAndEveryBoxAboveItInTheirOwnHeaderWidth) {
     // Sizes below the header or past 32 bits write nothing.
     MovieFile n(box("moov", box("udta")));
     for (int64_t delta : {-9ll, 0xFFFFFFFFll}) {
-        EXPECT_FALSE(withFile(n, [&](auto& f) { return MP4::Container::modifyBoxSize(f, *n.first("moov.udta"), delta); }));
+        EXPECT_FALSE(withFile(
+            n, [&](auto& f) { return MP4::Container::modifyBoxSize(f, *n.first("moov.udta"), delta); }));
     }
     EXPECT_EQ(n.bytes(), n.original);
 }
@@ -92,16 +94,4 @@ TEST(ChunkOffsets, ThirtyTwoBitOffsetsNeverWrapPastFourGigabytes) {
     MP4::BinFile file(m.wpath(), 'r');
     ASSERT_TRUE(file.readBytes(reinterpret_cast<uint8_t*>(head.data()), head.size()));
     EXPECT_EQ(head, movie);
-}
-
-TEST(ChunkOffsets, TheSpatialTrackIsSeparateFromTheOrdinaryTracks) {
-    const std::string spatialId("\x28\xf3\x11\xe2\xb7\x91\x4f\x6f\x94\xe2\x4f\x5d\xea\xcb\x3c\x01", 16);
-    const Bytes katr = box("KATR", box("mdia", box("minf", box("stbl", co64({40})))));
-    MovieFile m(buildMovie({}) + uuidBox(spatialId, box("KADT", "pcm") + katr));
-    const auto ordinary = chunkOffsets(m.path);
-    EXPECT_TRUE(withFile(m, [&](auto& f) { return m.container.modifySpatialTrakSTCOIndex(f, 5); }));
-    EXPECT_EQ(chunkOffsets(m.path), ordinary);
-    EXPECT_TRUE(withFile(m, [&](auto& f) { return m.container.modifySTCOIndex(f, 5); }));
-    EXPECT_EQ(chunkOffsets(m.path), shiftedBy(ordinary, 5));
-    EXPECT_NE(m.bytes().find(be64(45)), std::string::npos);  // moved once only
 }

@@ -54,20 +54,23 @@ TEST(FullRangeRewrite, EachWayOfAbsorbingTheNewSizeKeepsEverySample) {
         Bytes udtaChildren;
         bool fileGrows;  // by the one byte the SPS grows
         const char* set1;
-    } cases[] = {
-        // video_format 0 becomes 5 and two flags flip in a High SPS: not a bit more.
-        {"same size, in place", "high_colour_component", true, true, {}, false, "0 - 1"},
-        {"taken from the user data behind", "baseline_512x256", true, true, box("KMKN", Bytes(84, 'k')), false, "1 - 1"},
-        {"taken from the user data, mdat first", "baseline_512x256", false, true, box("KMKN", Bytes(84, 'k')), false, "1 - 1"},
-        {"no udta, moov first", "baseline_512x256", true, false, {}, true, "1 - 1"},
-        {"no udta, mdat first", "baseline_512x256", false, false, {}, true, "1 - 1"},
-        // An empty udta leaves 7 bytes: too few for a box header.
-        {"udta too small", "baseline_512x256", true, true, {}, true, "1 - 1"}};
+    } cases[] = {// video_format 0 becomes 5 and two flags flip in a High SPS: not a bit more.
+                 {"same size, in place", "high_colour_component", true, true, {}, false, "0 - 1"},
+                 {"taken from the user data behind", "baseline_512x256", true, true,
+                  box("KMKN", Bytes(84, 'k')), false, "1 - 1"},
+                 {"taken from the user data, mdat first", "baseline_512x256", false, true,
+                  box("KMKN", Bytes(84, 'k')), false, "1 - 1"},
+                 {"no udta, moov first", "baseline_512x256", true, false, {}, true, "1 - 1"},
+                 {"no udta, mdat first", "baseline_512x256", false, false, {}, true, "1 - 1"},
+                 // An empty udta leaves 7 bytes: too few for a box header.
+                 {"udta too small", "baseline_512x256", true, true, {}, true, "1 - 1"}};
     for (const auto& c : cases) {
         for (bool withOutput : {false, true}) {
             SCOPED_TRACE(std::string(c.name) + (withOutput ? ", output path" : ", in place"));
-            const MovieShape shape{.moovFirst = c.moovFirst, .withUdta = c.withUdta,
-                                   .udtaChildren = c.udtaChildren, .avcC = vector(c.vector)};
+            const MovieShape shape{.moovFirst = c.moovFirst,
+                                   .withUdta = c.withUdta,
+                                   .udtaChildren = c.udtaChildren,
+                                   .avcC = vector(c.vector)};
             MovieFile m(buildMovie(shape));
             const auto result = withOutput ? m.dir.file("out.mp4") : m.path;
             if (withOutput) m.container.setOutputPath(widen(result.string()));
@@ -110,14 +113,16 @@ TEST(FullRangeRewrite, FlagsAlreadySetOrNoAvcCLeaveTheFileAlone) {
 
 TEST(FullRangeRewrite, UnreadableRecordsAreReportedAndTheFileKept) {
     const Bytes good = vector("baseline_64x32");
-    Bytes noSps = good.substr(0, 6) + '\0', cutSps = good.substr(0, 8 + 6) + Bytes("\x01\x00\x00", 3), huge = good;
+    Bytes noSps = good.substr(0, 6) + '\0', cutSps = good.substr(0, 8 + 6) + Bytes("\x01\x00\x00", 3),
+          huge = good;
     noSps[5] = char(0xE0);
     cutSps[7] = 6;
     huge[6] = huge[7] = char(0xFF);
-    const std::pair<Bytes, std::string> cases[] = {{good.substr(0, 5), "avcc.parse() failed: no more data\n"},
-                                                   {noSps, "avcc.sps_parse() failed: no sequence parameter set\n"},
-                                                   {cutSps, "avcc.sps_parse() failed: no more data\n"},
-                                                   {huge, "avcc.parse() failed: no more data\n"}};
+    const std::pair<Bytes, std::string> cases[] = {
+        {good.substr(0, 5), "avcc.parse() failed: no more data\n"},
+        {noSps, "avcc.sps_parse() failed: no sequence parameter set\n"},
+        {cutSps, "avcc.sps_parse() failed: no more data\n"},
+        {huge, "avcc.parse() failed: no more data\n"}};
     for (const auto& [avcC, message] : cases) {
         MovieFile m(buildMovie({.avcC = avcC}));
         EXPECT_EQ(rewrite(m), message);
@@ -145,7 +150,8 @@ TEST(FullRangeRewrite, AnSpsWithoutVuiGainsAFreshOne) {
     EXPECT_EQ(rewrite(m), line("0 - 1", "1 - 1"));
     const MP4::BOX* avcc = m.first(kAvcC);
     const Bytes file = m.bytes();
-    const Bytes after = file.substr(avcc->start + 16, uint8_t(file[avcc->start + 14]) << 8 | uint8_t(file[avcc->start + 15]));
+    const Bytes after =
+        file.substr(avcc->start + 16, uint8_t(file[avcc->start + 14]) << 8 | uint8_t(file[avcc->start + 15]));
     auto bitsOf = [](const Bytes& b) {
         std::string s;
         for (unsigned char c : b) {
@@ -160,6 +166,20 @@ TEST(FullRangeRewrite, AnSpsWithoutVuiGainsAFreshOne) {
     const std::string old = bitsOf(before);
     const size_t vuiFlag = old.find_last_of('1') - 1;  // the flag, then the stop bit
     EXPECT_EQ(bitsOf(after).substr(0, vuiFlag), old.substr(0, vuiFlag));
-    EXPECT_EQ(bitsOf(after).substr(vuiFlag), "1" "0" "0" "1" "101" "1" "0" "0" "0" "0" "0" "0" "0" "1" +
-                                                 std::string((8 - (vuiFlag + 16) % 8) % 8, '0'));
+    EXPECT_EQ(bitsOf(after).substr(vuiFlag),
+              "1"
+              "0"
+              "0"
+              "1"
+              "101"
+              "1"
+              "0"
+              "0"
+              "0"
+              "0"
+              "0"
+              "0"
+              "0"
+              "1" +
+                  std::string((8 - (vuiFlag + 16) % 8) % 8, '0'));
 }

@@ -9,6 +9,7 @@
 #include "mp4/header_boxes.h"
 #include "mp4/uuid_box.h"
 #include "tools/builders/box_builder.h"
+#include "tools/builders/spatial_builder.h"
 #include "support/movie_file.h"
 #include "support/movie_samples.h"
 
@@ -17,8 +18,10 @@ using namespace builders;
 
 namespace {
 
-const MovieShape kLayouts[] = {{.moovFirst = true}, {.moovFirst = true, .use64 = true},
-                               {.moovFirst = false}, {.moovFirst = false, .use64 = true}};
+const MovieShape kLayouts[] = {{.moovFirst = true},
+                               {.moovFirst = true, .use64 = true},
+                               {.moovFirst = false},
+                               {.moovFirst = false, .use64 = true}};
 
 std::string layoutName(const MovieShape& s) {
     return std::string(s.moovFirst ? "moov first" : "mdat first") + (s.use64 ? ", co64" : ", stco") +
@@ -55,10 +58,12 @@ GPSInfo position() {
 // fixed point of 139.25, 35.5 and 12 in loci; the 0xA9 text without the
 // altitude, language "eng".
 const Bytes kXyz = box("@xyz", "+35.5000+139.2500+012.000/");
-const Bytes kLoci = box("loci", Bytes(8, '\0') + be32(0x008B4000) + be32(0x00238000) + be32(0x000C0000) + Bytes(4, '\0'));
+const Bytes kLoci =
+    box("loci", Bytes(8, '\0') + be32(0x008B4000) + be32(0x00238000) + be32(0x000C0000) + Bytes(4, '\0'));
 const Bytes kCxyz = box("\xA9xyz", be16(18) + be16(0x15C7) + "+35.5000+139.2500/");
 const Bytes kLocations = kXyz + kLoci + kCxyz;
-const std::string kXml = "<rdf:SphericalVideo>\n  <GSpherical:Spherical>true</GSpherical:Spherical>\n</rdf:SphericalVideo>";
+const std::string kXml =
+    "<rdf:SphericalVideo>\n  <GSpherical:Spherical>true</GSpherical:Spherical>\n</rdf:SphericalVideo>";
 
 }  // namespace
 
@@ -73,9 +78,10 @@ TEST(MoovFirst, GivesTheBytesOfAMovieBuiltThatWayAndLeavesOneAlready) {
         EXPECT_FALSE(m.temporaryLeft());
     }
     MovieFile m(buildMovie({}));
-    struct stat before {}, after {};
+    struct stat before {};
     ::stat(m.path.c_str(), &before);
     EXPECT_FALSE(m.container.moovFirst());
+    struct stat after {};
     ::stat(m.path.c_str(), &after);
     EXPECT_EQ(before.st_ino, after.st_ino);
     EXPECT_EQ(m.bytes(), m.original);
@@ -87,8 +93,8 @@ TEST(MoovFirst, OnlyTheMovieBoxIsCountedInTheShiftAndASpatialBlockStaysLast) {
     const Bytes movie = buildMovie({.moovFirst = false});
     MovieFile probe(movie);
     const uint64_t moovSize = probe.container.moov()->size, mdatEnd = probe.container.mdat()->end();
-    const Bytes block = uuidBox(Bytes("\x28\xf3\x11\xe2\xb7\x91\x4f\x6f\x94\xe2\x4f\x5d\xea\xcb\x3c\x01", 16),
-                                box("KADT", "pcm") + box("KATR", box("mdia", box("minf", box("stbl", co64({0x1234}))))));
+    const Bytes block = uuidBox(
+        kSpatialDataUuid, box("KADT", "pcm") + box("KATR", box("mdia", box("minf", box("stbl", co64({9}))))));
     MovieFile m(movie.substr(0, mdatEnd) + box("free", "between") + movie.substr(mdatEnd) + block);
     const auto before = chunkOffsets(m.path);
     EXPECT_TRUE(m.container.moovFirst());
@@ -115,16 +121,22 @@ TEST(MoovFirst, BrokenTablesFailAndLeaveTheSource) {
 TEST(TimeStamp, EveryHeaderTakesTheCreationTimeInItsVersionsWidth) {
     // Version 1 movie header, a version 0 and a version 1 track; a second
     // movie box is not the movie.
-    auto trak = [](uint8_t v) { return container("trak", {tkhd(v, 5, 0, 0), container("mdia", {mdhd(v, 5, 1000, 10)})}); };
+    auto trak = [](uint8_t v) {
+        return container("trak", {tkhd(v, 5, 0, 0), container("mdia", {mdhd(v, 5, 1000, 10)})});
+    };
     MovieFile m(box("ftyp", "isom") + box("moov", mvhd(1, 5, 1000, 10) + trak(0) + trak(1)) +
                 box("moov", mvhd(0, 5, 1000, 10)));
     const uint64_t time = 0x0000000A11223344ull;
     EXPECT_TRUE(m.container.updateTimeStamp(time));
     m.container.attach(m.wpath());
     std::vector<uint64_t> stamps;
-    m.container.find("moov.mvhd", [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<MP4::MVHD&>(b).creationTime), true; });
-    m.container.find("moov.trak.tkhd", [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<MP4::TKHD&>(b).creationTime), true; });
-    m.container.find("moov.trak.mdia.mdhd", [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<MP4::MDHD&>(b).creationTime), true; });
+    const auto collect = [&]<typename T>(const char* path, T*) {
+        m.container.find(
+            path, [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<T&>(b).creationTime), true; });
+    };
+    collect("moov.mvhd", static_cast<MP4::MVHD*>(nullptr));
+    collect("moov.trak.tkhd", static_cast<MP4::TKHD*>(nullptr));
+    collect("moov.trak.mdia.mdhd", static_cast<MP4::MDHD*>(nullptr));
     EXPECT_EQ(stamps, (std::vector<uint64_t>{time, 5, 0x11223344, time, 0x11223344, time}));
     EXPECT_EQ(m.bytes().substr(m.bytes().find("mvhd") + 16, 8), be64(5));  // the modification time stays
 
@@ -169,7 +181,8 @@ TEST(ReplaceUdta, BadBytesAndBadMovieBoxesAreLeftAlone) {
     EXPECT_EQ(m.bytes(), m.original);
     // A movie box of mvhd and one trak only; a user-data box running past the movie box.
     MovieFile few(buildMovie({.withAudio = false, .withUdta = false}));
-    MovieFile past(box("ftyp", "isom") + box("moov", mvhd(0, 1, 1000, 1) + be32(400) + "udta" + "abc") + box("mdat", "data"));
+    MovieFile past(box("ftyp", "isom") + box("moov", mvhd(0, 1, 1000, 1) + be32(400) + "udta" + "abc") +
+                   box("mdat", "data"));
     for (MovieFile* f : {&few, &past}) {
         ConsoleCapture console;
         EXPECT_FALSE(f->container.replaceUdta(udta.size(), bytesOf(udta)));
@@ -245,7 +258,8 @@ TEST(SphericalVideoXml, GoesIntoTheVideoTrackWithTheLocationsInOneRewrite) {
             const auto& video = static_cast<MP4::NestedBox&>(*m.container.videoTrack());
             EXPECT_EQ(video.size, trak + sphere.size());
             EXPECT_EQ(m.bytes().substr(video.children.back()->start, sphere.size()), sphere);
-            EXPECT_EQ(m.container.moov()->size, moov + sphere.size() + kLocations.size() + (withUdta ? 0 : 8));
+            EXPECT_EQ(m.container.moov()->size,
+                      moov + sphere.size() + kLocations.size() + (withUdta ? 0 : 8));
             const Bytes udta = payloadOf(m, "moov.udta");
             EXPECT_EQ(udta.substr(udta.size() - kLocations.size()), kLocations);
             EXPECT_EQ(allSamples(m.path), movieSamples(shape));
@@ -272,7 +286,8 @@ TEST(AppendXmpAndAxis, EachGoesToTheEndOfTheFileOnceClosingAnOpenMediaDataFirst)
     MovieFile m(movie);
     EXPECT_TRUE(m.container.appendXMP("<x:xmpmeta/>"));
     EXPECT_TRUE(m.container.appendAxis("\x01\x02\x03"));
-    const Bytes added = uuidBox(id(MP4::XMP::_UUID), "<x:xmpmeta/>") + uuidBox(id(MP4::AXIS::_UUID), "\x01\x02\x03");
+    const Bytes added =
+        uuidBox(id(MP4::XMP::_UUID), "<x:xmpmeta/>") + uuidBox(id(MP4::AXIS::_UUID), "\x01\x02\x03");
     Bytes expected = movie + added;
     expected.replace(mdatAt, 4, be32(uint32_t(movie.size() - mdatAt)));
     EXPECT_EQ(m.bytes(), expected);
@@ -320,7 +335,9 @@ TEST(EditBatch, AnEmptyBatchWritesNothingAndAClashingOneWritesNothingEither) {
     // The loci lies inside the user data that is replaced: the edits overlap.
     m.container.beginEdits();
     m.container.removeBadLOCI();
-    m.container.replaceUdta(16, ByteArray("\0\0\0\x10udta\0\0\0\x08" "free", 16));
+    m.container.replaceUdta(16, ByteArray("\0\0\0\x10udta\0\0\0\x08"
+                                          "free",
+                                          16));
     EXPECT_FALSE(m.container.commitEdits());
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());

@@ -61,7 +61,7 @@ std::string pattern(size_t n) {
 TEST(CopyFrame, ReplacesTheFileByRenameKeepingItsPermissionsAndFixesSeeTheirBoxes) {
     MovieFile m(buildMovie({}));
     ::chmod(m.path.c_str(), 0640);
-    struct stat before {}, after {};
+    struct stat before {};
     ::stat(m.path.c_str(), &before);
     const Bytes a = box("free", "aaaa"), b = box("skip", "bb"), c = box("free", "c");
     size_t firstCount = 0, secondCount = 0;
@@ -72,6 +72,7 @@ TEST(CopyFrame, ReplacesTheFileByRenameKeepingItsPermissionsAndFixesSeeTheirBoxe
     EXPECT_EQ(firstCount, 2u);  // only the boxes before the new content
     EXPECT_EQ(secondCount, 3u);
     EXPECT_EQ(m.bytes(), a + b + c);
+    struct stat after {};
     ::stat(m.path.c_str(), &after);
     EXPECT_NE(after.st_ino, before.st_ino);
     EXPECT_EQ(after.st_mode & 0777, 0640u);
@@ -99,8 +100,8 @@ TEST(CopyFrame, AFailureAtAnyStepLeavesTheSourceAndNoTemporary) {
         EXPECT_FALSE(m.container.modifyContainer(widen(c.step), c.copy, c.fixA, c.fixB));
         EXPECT_EQ(m.bytes(), m.original);
         EXPECT_FALSE(m.temporaryLeft());
-        EXPECT_EQ(console.text(), "Container::modifyContainer::" + std::string(c.step) + "(" + m.path.string() +
-                                      " to " + m.path.string() + ".tmp.mp4) failed.\n");
+        EXPECT_EQ(console.text(), "Container::modifyContainer::" + std::string(c.step) + "(" +
+                                      m.path.string() + " to " + m.path.string() + ".tmp.mp4) failed.\n");
         EXPECT_NE(m.container.moov(), nullptr);  // parsed again: the old file
     }
     // A temporary name that cannot be created.
@@ -177,19 +178,13 @@ TEST(OutputPath, AnOutputThatCannotTakeTheFileFailsWithoutRemovingIt) {
     }
 }
 
-TEST(InsertBox, InsertsAfterABoxOrInItsPlaceButNeverCopiesPastTheFile) {
-    const Bytes ftyp = box("ftyp", "isom"), junk = box("free", "junk"), rest = box("skip", "zz");
-    const Container::EditFn write = [](BinFile& f) { return f.writeBytes(reinterpret_cast<const uint8_t*>("NEW"), 3); };
-    for (bool replace : {false, true}) {
-        MovieFile m(ftyp + junk + rest);
-        EXPECT_TRUE(m.container.insertBox(L"insert", *m.first("free"), replace, write, kFixOk, kFixOk));
-        EXPECT_EQ(m.bytes(), ftyp + (replace ? "" : junk) + "NEW" + rest);
-    }
-    MovieFile past(ftyp + be32(500) + "free" + "short");
+TEST(InsertBox, ABoxRunningPastTheFileIsNeverCopied) {
+    MovieFile m(box("ftyp", "isom") + be32(500) + "free" + "short");
     ConsoleCapture console;
-    EXPECT_FALSE(past.container.insertBox(L"after", *past.first("free"), false, write, kFixOk, kFixOk));
-    EXPECT_EQ(past.bytes(), past.original);
-    EXPECT_FALSE(past.temporaryLeft());
+    EXPECT_FALSE(m.container.insertBox(
+        L"after", *m.first("free"), false, [](BinFile&) { return true; }, kFixOk, kFixOk));
+    EXPECT_EQ(m.bytes(), m.original);
+    EXPECT_FALSE(m.temporaryLeft());
 }
 
 TEST(CopyBytes, UnalignedOffsetsAndShortSourcesCopyExactly) {
@@ -209,7 +204,8 @@ TEST(CopyBytes, UnalignedOffsetsAndShortSourcesCopyExactly) {
         EXPECT_EQ(MP4::copyBytes(from, to, kSize), 5000u);
         EXPECT_EQ(from.position(), kSize + 1000);
     }
-    EXPECT_EQ(readFile(dir.file("out")), std::string(777, 'x') + source.substr(1000) + source.substr(kSize - 4000));
+    EXPECT_EQ(readFile(dir.file("out")),
+              std::string(777, 'x') + source.substr(1000) + source.substr(kSize - 4000));
 
     // A device refuses the kernel's file-to-file copy: it goes through memory.
     QVMX::FileIO from(dir.wfile("in"), 'r');
