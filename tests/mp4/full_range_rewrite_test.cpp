@@ -2,6 +2,8 @@
 // by each of the ways the box's new size is absorbed.
 #include <gtest/gtest.h>
 
+#include <bitset>
+
 #include "h264/parameter_sets.h"
 #include "mp4/avcc_box.h"
 #include "mp4/container.h"
@@ -51,25 +53,24 @@ TEST(FullRangeRewrite, EachWayOfAbsorbingTheNewSizeKeepsEverySample) {
         const char* name;
         const char* vector;
         bool moovFirst, withUdta;
-        Bytes udtaChildren;
+        bool roomy;      // a udta of 100 bytes behind the avcC box
         bool fileGrows;  // by the one byte the SPS grows
         const char* set1;
-    } cases[] = {// video_format 0 becomes 5 and two flags flip in a High SPS: not a bit more.
-                 {"same size, in place", "high_colour_component", true, true, {}, false, "0 - 1"},
-                 {"taken from the user data behind", "baseline_512x256", true, true,
-                  box("KMKN", Bytes(84, 'k')), false, "1 - 1"},
-                 {"taken from the user data, mdat first", "baseline_512x256", false, true,
-                  box("KMKN", Bytes(84, 'k')), false, "1 - 1"},
-                 {"no udta, moov first", "baseline_512x256", true, false, {}, true, "1 - 1"},
-                 {"no udta, mdat first", "baseline_512x256", false, false, {}, true, "1 - 1"},
-                 // An empty udta leaves 7 bytes: too few for a box header.
-                 {"udta too small", "baseline_512x256", true, true, {}, true, "1 - 1"}};
+    } cases[] = {
+        // video_format 0 becomes 5 and two flags flip in a High SPS: not a bit more.
+        {"same size, in place", "high_colour_component", true, true, false, false, "0 - 1"},
+        {"taken from the user data behind", "baseline_512x256", true, true, true, false, "1 - 1"},
+        {"taken from the user data, mdat first", "baseline_512x256", false, true, true, false, "1 - 1"},
+        {"no udta, moov first", "baseline_512x256", true, false, false, true, "1 - 1"},
+        {"no udta, mdat first", "baseline_512x256", false, false, false, true, "1 - 1"},
+        // An empty udta leaves 7 bytes: too few for a box header.
+        {"udta too small", "baseline_512x256", true, true, false, true, "1 - 1"}};
     for (const auto& c : cases) {
         for (bool withOutput : {false, true}) {
             SCOPED_TRACE(std::string(c.name) + (withOutput ? ", output path" : ", in place"));
             const MovieShape shape{.moovFirst = c.moovFirst,
                                    .withUdta = c.withUdta,
-                                   .udtaChildren = c.udtaChildren,
+                                   .udtaChildren = c.roomy ? box("KMKN", Bytes(84, 'k')) : "",
                                    .avcC = vector(c.vector)};
             MovieFile m(buildMovie(shape));
             const auto result = withOutput ? m.dir.file("out.mp4") : m.path;
@@ -82,7 +83,7 @@ TEST(FullRangeRewrite, EachWayOfAbsorbingTheNewSizeKeepsEverySample) {
             }
             EXPECT_EQ(readFile(result).size(), m.original.size() + c.fileGrows);
             EXPECT_EQ(m.container.moov()->size, moov + c.fileGrows);
-            if (!c.udtaChildren.empty()) {
+            if (c.roomy) {
                 EXPECT_EQ(m.first("moov.udta"), nullptr);
                 EXPECT_EQ(m.first("moov.free")->size, 99u);  // what is left of the 100-byte udta
             }
@@ -154,32 +155,14 @@ TEST(FullRangeRewrite, AnSpsWithoutVuiGainsAFreshOne) {
         file.substr(avcc->start + 16, uint8_t(file[avcc->start + 14]) << 8 | uint8_t(file[avcc->start + 15]));
     auto bitsOf = [](const Bytes& b) {
         std::string s;
-        for (unsigned char c : b) {
-            for (int i = 7; i >= 0; --i) s += ((c >> i) & 1) ? '1' : '0';
-        }
+        for (unsigned char c : b) s += std::bitset<8>(c).to_string();
         return s;
     };
-    // The bits up to the VUI flag stay; then the flag, a VUI of aspect 0,
-    // overscan 0, signal type 1, format 5, full range 1, colour 0, chroma
-    // location 0, timing 0, both HRDs 0, pic_struct 0, restriction 0, and
-    // the stop bit.
-    const std::string old = bitsOf(before);
+    const std::string old = bitsOf(before), now = bitsOf(after);
     const size_t vuiFlag = old.find_last_of('1') - 1;  // the flag, then the stop bit
-    EXPECT_EQ(bitsOf(after).substr(0, vuiFlag), old.substr(0, vuiFlag));
-    EXPECT_EQ(bitsOf(after).substr(vuiFlag),
-              "1"
-              "0"
-              "0"
-              "1"
-              "101"
-              "1"
-              "0"
-              "0"
-              "0"
-              "0"
-              "0"
-              "0"
-              "0"
-              "1" +
-                  std::string((8 - (vuiFlag + 16) % 8) % 8, '0'));
+    EXPECT_EQ(now.substr(0, vuiFlag), old.substr(0, vuiFlag));
+    // The flag, then a VUI of aspect 0, overscan 0, signal type 1, format 5,
+    // full range 1, colour 0, chroma location 0, timing 0, both HRDs 0,
+    // pic_struct 0, restriction 0; the stop bit and zeros to the byte.
+    EXPECT_EQ(now.substr(vuiFlag), "1001101100000001" + std::string((8 - (vuiFlag + 16) % 8) % 8, '0'));
 }
