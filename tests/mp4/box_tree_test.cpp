@@ -1,342 +1,207 @@
-// The box tree: header forms, truncation and overruns, typing, path search.
+// The box tree: header forms, truncated and hostile input, the typed
+// readers, path search and the dump.
 #include <gtest/gtest.h>
 
-#include "mp4/avcc_box.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/sample_table_boxes.h"
 #include "mp4/user_data_boxes.h"
 #include "mp4/uuid_box.h"
 #include "tools/builders/box_builder.h"
-#include "support/test_files.h"
+#include "support/movie_file.h"
 
 using namespace testsupport;
 using namespace builders;
-using MP4::fourcc;
 
 namespace {
 
-struct Parsed {
-    TempDir dir;
-    MP4::Container container;
-    explicit Parsed(const Bytes& bytes) {
-        writeFile(dir.file("m.mp4"), bytes);
-        EXPECT_TRUE(container.attach(dir.wfile("m.mp4")));
-    }
-    MP4::ROOT& root() { return *container.root(); }
-    MP4::BOX* first(const char* path) {
-        MP4::BOX* found = nullptr;
-        container.find(path, [&](MP4::BOX& b) {
-            found = &b;
-            return false;
-        });
-        return found;
-    }
-    std::vector<MP4::BOX*> all(const char* path) {
-        std::vector<MP4::BOX*> found;
-        container.find(path, [&](MP4::BOX& b) {
-            found.push_back(&b);
-            return true;
-        });
-        return found;
-    }
-};
-
 const std::string kSpatialUuid("\x28\xf3\x11\xe2\xb7\x91\x4f\x6f\x94\xe2\x4f\x5d\xea\xcb\x3c\x01", 16);
+
+template <typename T>
+T* typed(MovieFile& m, const std::string& path) {
+    return dynamic_cast<T*>(m.first(path.c_str()));
+}
+
+size_t count(MovieFile& m, const char* path) {
+    size_t n = 0;
+    m.container.find(path, [&](MP4::BOX&) { return ++n, true; });
+    return n;
+}
+
+std::string dumpOf(MovieFile& m) {
+    ConsoleCapture capture;
+    m.container.dump();
+    return capture.text();
+}
 
 }  // namespace
 
-TEST(BoxHeader, SizeZeroRunsToTheEndOfTheFile) {
-    Parsed p(box("ftyp", "isom") + be32(0) + "mdat" + Bytes(100, 'x'));
-    ASSERT_EQ(p.root().children.size(), 2u);
-    const auto& mdat = *p.root().children[1];
-    EXPECT_EQ(mdat.start, 12u);
-    EXPECT_EQ(mdat.size, 108u);
-    EXPECT_EQ(p.container.mdat(), &mdat);
-}
+TEST(BoxHeader, SizeZeroRunsToTheEndAndLargeSizesAreWrittenInTheirOwnField) {
+    MovieFile open(box("ftyp", "isom") + be32(0) + "mdat" + Bytes(100, 'x'));
+    ASSERT_NE(open.container.mdat(), nullptr);
+    EXPECT_EQ(open.container.mdat()->size, 108u);
 
-TEST(BoxHeader, LargeSizeIsKeptAndRewrittenAtStartPlusEight) {
-    Parsed p(box("ftyp", "isom") + largeBox("mdat", Bytes(20, 'x')) + box("free"));
-    ASSERT_EQ(p.root().children.size(), 3u);
-    auto& mdat = *p.root().children[1];
+    MovieFile m(box("ftyp", "isom") + largeBox("mdat", Bytes(20, 'x')) + box("free"));
+    auto& mdat = *m.container.mdat();
     EXPECT_TRUE(mdat.largeSize);
     EXPECT_EQ(mdat.size, 36u);
-    EXPECT_EQ(p.root().children[2]->start, 48u);
-
+    EXPECT_EQ(m.first("free")->start, 48u);
     {
-        MP4::BinFile file(p.dir.wfile("m.mp4"), 'a');
+        MP4::BinFile file(m.wpath(), 'a');
         EXPECT_TRUE(mdat.writeSize(file, 0x0102030405060708ull));
-    }
-    const Bytes bytes = readFile(p.dir.file("m.mp4"));
-    EXPECT_EQ(bytes.substr(12, 8), be32(1) + "mdat");
-    EXPECT_EQ(bytes.substr(20, 8), be64(0x0102030405060708ull));
-}
-
-TEST(BoxHeader, SmallSizeWritesTheLow32Bits) {
-    Parsed p(box("free", "abcd"));
-    {
-        MP4::BinFile file(p.dir.wfile("m.mp4"), 'a');
-        file.seek(5);
-        EXPECT_TRUE(p.root().children[0]->writeSize(file, 0x100000010ull));
+        file.seek(5);  // a small header takes the low 32 bits and the position is kept
+        EXPECT_TRUE(m.first("ftyp")->writeSize(file, 0x100000010ull));
         EXPECT_EQ(file.position(), 5u);
     }
-    EXPECT_EQ(readFile(p.dir.file("m.mp4")).substr(0, 4), be32(0x10));
+    EXPECT_EQ(m.bytes().substr(0, 4), be32(0x10));
+    EXPECT_EQ(m.bytes().substr(12, 16), be32(1) + "mdat" + be64(0x0102030405060708ull));
 }
 
-TEST(BoxHeader, UuidBelowTwentyFourBytesIsNeverTheSpatialContainer) {
-    const Bytes small = be32(20) + "uuid" + kSpatialUuid.substr(0, 12);
-    const Bytes spatial = uuidBox(kSpatialUuid, box("KADT", "pcm!") +
-                                                    container("KATR", {tkhd(0, 1, 0, 0)}));
-    Parsed p(small + spatial);
-    ASSERT_EQ(p.root().children.size(), 2u);
-    auto* a = dynamic_cast<MP4::UUID*>(p.root().children[0].get());
-    auto* b = dynamic_cast<MP4::UUID*>(p.root().children[1].get());
-    ASSERT_TRUE(a && b);
-    EXPECT_FALSE(a->hasChild());
-    EXPECT_TRUE(b->hasChild());
-    ASSERT_EQ(b->children.size(), 2u);
-    EXPECT_NE(dynamic_cast<MP4::TRAK*>(b->children[1].get()), nullptr);
-    EXPECT_NE(p.first("uuid.KATR.tkhd"), nullptr);
-    EXPECT_TRUE(b->payload.empty());
-}
-
-TEST(BoxHeader, OrdinaryUuidKeepsItsPayload) {
-    const std::string id(16, '\x11');
-    Parsed p(uuidBox(id, Bytes(1500, 'p')));
-    auto* u = dynamic_cast<MP4::UUID*>(p.root().children[0].get());
-    ASSERT_NE(u, nullptr);
-    EXPECT_EQ(u->payload.size, 1500u);
-    EXPECT_EQ(std::string(u->userType.begin(), u->userType.end()), id);
-}
-
-TEST(Truncation, ChildRunningPastItsParentIsCutButItsSizeIsKept) {
-    // udta claims 20 bytes but its child claims 100.
-    const Bytes moov = box("moov", be32(20) + "udta" + be32(100) + "loci" + Bytes(4, 0));
-    Parsed p(moov + box("free"));
-    auto* loci = dynamic_cast<MP4::LOCI*>(p.first("moov.udta.loci"));
+TEST(BoxHeader, TruncatedAndOverrunningBoxes) {
+    // udta claims 20 bytes but its child claims 100: the child is cut, its
+    // size kept, and its fields outside the parent are not read.
+    MovieFile over(box("moov", be32(20) + "udta" + be32(100) + "loci" + Bytes(4, 0)) + box("free"));
+    auto* loci = typed<MP4::LOCI>(over, "moov.udta.loci");
     ASSERT_NE(loci, nullptr);
     EXPECT_EQ(loci->size, 100u);
-    EXPECT_FALSE(loci->hasPosition);  // its fields lie outside the parent
-    EXPECT_EQ(p.root().children.size(), 2u);
+    EXPECT_FALSE(loci->hasPosition);
+    EXPECT_EQ(over.container.root()->children.size(), 2u);
+    // A file ending inside a header's fields reads zeros.
+    MovieFile cut(box("moov", mvhd(1, 77, 1000, 5000)).substr(0, 26));
+    ASSERT_NE(typed<MP4::MVHD>(cut, "moov.mvhd"), nullptr);
+    EXPECT_EQ(typed<MP4::MVHD>(cut, "moov.mvhd")->creationTime, 0u);
+    // Fewer than eight bytes of header, and a large size of zero, end the list.
+    for (const Bytes& bytes :
+         {box("free", "ab") + "\x00\x00\x00", be32(1) + "free" + be64(0) + box("skip")}) {
+        EXPECT_EQ(MovieFile(bytes).container.root()->children.size(), 1u);
+    }
 }
 
-TEST(Truncation, TruncatedFileYieldsZeroesAndEndsTheList) {
-    const Bytes full = box("moov", mvhd(1, 77, 1000, 5000));
-    Parsed p(full.substr(0, 26));
-    auto* mvhd = dynamic_cast<MP4::MVHD*>(p.first("moov.mvhd"));
-    ASSERT_NE(mvhd, nullptr);
-    EXPECT_EQ(mvhd->creationTime, 0u);  // needs 8 bytes, only 6 are there
-}
-
-TEST(Truncation, HeaderShorterThanEightBytesEndsTheList) {
-    Parsed p(box("free", "ab") + "\x00\x00\x00");
-    EXPECT_EQ(p.root().children.size(), 1u);
-}
-
-TEST(Truncation, ZeroLargeSizeDoesNotLoopForever) {
-    Parsed p(be32(1) + "free" + be64(0) + box("skip"));
-    EXPECT_EQ(p.root().children.size(), 1u);
+TEST(BoxHeader, UuidBoxesBelowTwentyFourBytesAreNeverTheSpatialContainer) {
+    MovieFile m(be32(20) + "uuid" + kSpatialUuid.substr(0, 12) +
+                uuidBox(kSpatialUuid, box("KADT", "pcm!") + container("KATR", {tkhd(0, 1, 0, 0)})) +
+                uuidBox(std::string(16, '\x11'), Bytes(1500, 'p')));
+    const auto& kids = m.container.root()->children;
+    ASSERT_EQ(kids.size(), 3u);
+    EXPECT_FALSE(kids[0]->hasChild());
+    EXPECT_TRUE(kids[1]->hasChild());
+    EXPECT_NE(m.first("uuid.KATR.tkhd"), nullptr);
+    EXPECT_EQ(dynamic_cast<MP4::UUID&>(*kids[2]).payload.size, 1500u);
 }
 
 TEST(Hostile, TableCountsAreBelievedOnlyAsFarAsTheBytes) {
     // 1,000,000,000 entries claimed in a 100-byte box.
-    const Bytes stsz = fullBox("stsz", 0, 0, be32(0) + be32(1000000000) + Bytes(80, '\x01'));
-    const Bytes stts = fullBox("stts", 0, 0, be32(0xFFFFFFFF) + Bytes(16, '\x02'));
-    const Bytes stsc = fullBox("stsc", 0, 0, be32(0x40000000) + Bytes(24, '\x03'));
-    Parsed p(container("moov", {container("trak", {container("mdia", {container(
-                                    "minf", {container("stbl", {stsz, stts, stsc})})})})}));
-    auto* z = dynamic_cast<MP4::STSZ*>(p.first("moov.trak.mdia.minf.stbl.stsz"));
-    auto* t = dynamic_cast<MP4::STTS*>(p.first("moov.trak.mdia.minf.stbl.stts"));
-    auto* c = dynamic_cast<MP4::STSC*>(p.first("moov.trak.mdia.minf.stbl.stsc"));
-    ASSERT_TRUE(z && t && c);
-    EXPECT_EQ(z->sampleCount, 1000000000u);
-    EXPECT_EQ(z->sizes.size(), 20u);
-    EXPECT_EQ(t->entries.size(), 2u);
-    EXPECT_EQ(c->entries.size(), 2u);
+    const Bytes stbl = box("stbl", fullBox("stsz", 0, 0, be32(0) + be32(1000000000) + Bytes(80, '\x01')) +
+                                       fullBox("stts", 0, 0, be32(0xFFFFFFFF) + Bytes(16, '\x02')) +
+                                       fullBox("stsc", 0, 0, be32(0x40000000) + Bytes(24, '\x03')));
+    MovieFile m(box("moov", box("trak", box("mdia", box("minf", stbl)))));
+    const std::string base = "moov.trak.mdia.minf.stbl.";
+    ASSERT_NE(typed<MP4::STSZ>(m, base + "stsz"), nullptr);
+    EXPECT_EQ(typed<MP4::STSZ>(m, base + "stsz")->sampleCount, 1000000000u);
+    EXPECT_EQ(typed<MP4::STSZ>(m, base + "stsz")->sizes.size(), 20u);
+    EXPECT_EQ(typed<MP4::STTS>(m, base + "stts")->entries.size(), 2u);
+    EXPECT_EQ(typed<MP4::STSC>(m, base + "stsc")->entries.size(), 2u);
 }
 
 TEST(Hostile, DeeplyNestedBoxesDoNotExhaustTheStack) {
     // trak > uuid(spatial) > KATR > uuid(spatial) > KATR ... 4,000 levels.
     Bytes inner = box("free");
-    for (int i = 0; i < 2000; ++i) {
-        inner = box("KATR", inner);
-        inner = uuidBox(kSpatialUuid, inner);
-    }
-    Parsed p(box("moov", box("trak", inner)));
+    for (int i = 0; i < 2000; ++i) inner = uuidBox(kSpatialUuid, box("KATR", inner));
+    MovieFile m(box("moov", box("trak", inner)));
     size_t depth = 0;
-    const MP4::BOX* b = p.root().children[0].get();
-    while (b != nullptr && b->hasChild()) {
+    for (const MP4::BOX* b = m.container.root()->children[0].get(); b != nullptr && b->hasChild(); ++depth) {
         const auto& kids = static_cast<const MP4::NestedBox*>(b)->children;
         b = kids.empty() ? nullptr : kids[0].get();
-        ++depth;
     }
     EXPECT_LE(depth, MP4::kMaxParseDepth + 1);
     EXPECT_GT(depth, 10u);
 }
 
-TEST(Hostile, RandomBytesParseWithoutHarm) {
+TEST(Hostile, RandomBytesEmptyFilesAndDirectoriesParseWithoutHarm) {
     uint32_t seed = 12345;
     for (int round = 0; round < 50; ++round) {
         Bytes bytes(4096, '\0');
-        for (auto& c : bytes) {
-            seed = seed * 1664525u + 1013904223u;
-            c = char(seed >> 24);
-        }
-        // Sprinkle real box types so the typed parsers run.
-        bytes.replace(4, 4, "moov");
-        bytes.replace(0, 4, be32(4000));
-        bytes.replace(12, 4, round % 2 ? "trak" : "udta");
-        Parsed p(bytes);
-        ConsoleCapture capture;
-        p.container.dump();
+        for (auto& c : bytes) c = char((seed = seed * 1664525u + 1013904223u) >> 24);
+        // Real box types, so the typed readers run.
+        bytes.replace(0, 16, be32(4000) + "moov" + be32(seed % 400) + (round % 2 ? "trak" : "udta"));
+        MovieFile m(bytes);
+        dumpOf(m);
     }
-}
-
-TEST(Hostile, EmptyFileAndDirectory) {
-    Parsed empty{Bytes()};
-    EXPECT_TRUE(empty.root().children.empty());
+    MovieFile empty{Bytes()};
+    EXPECT_TRUE(empty.container.root()->children.empty());
     EXPECT_EQ(empty.container.moov(), nullptr);
-
-    TempDir dir;
-    MP4::Container c;
-    EXPECT_TRUE(c.attach(testsupport::widen(dir.path().string())));
-    EXPECT_TRUE(c.root()->children.empty());
+    MP4::Container directory;
+    EXPECT_TRUE(directory.attach(empty.dir.wfile("")));
+    EXPECT_TRUE(directory.root()->children.empty());
 }
 
-TEST(TypedBoxes, HeadersInBothVersions) {
-    Parsed p(box("moov", mvhd(1, 0x123456789ull, 600, 1200) +
-                             container("trak", {tkhd(0, 0x1122334455ull, 3840, 1920),
-                                                container("mdia", {mdhd(1, 9, 48000, 96000)})})));
-    auto* mv = dynamic_cast<MP4::MVHD*>(p.first("moov.mvhd"));
-    auto* tk = dynamic_cast<MP4::TKHD*>(p.first("moov.trak.tkhd"));
-    auto* md = dynamic_cast<MP4::MDHD*>(p.first("moov.trak.mdia.mdhd"));
-    ASSERT_TRUE(mv && tk && md);
-    EXPECT_EQ(mv->creationTime, 0x123456789ull);
-    EXPECT_FLOAT_EQ(mv->timeScale, 600.0f);
-    EXPECT_FLOAT_EQ(mv->durationSeconds, 2.0f);
-    EXPECT_EQ(tk->creationTime, 0x22334455u);  // version 0 keeps 32 bits
-    EXPECT_EQ(tk->width, 3840u);
-    EXPECT_EQ(tk->height, 1920u);
-    EXPECT_EQ(md->timeScale, 48000u);
-    EXPECT_EQ(md->duration, 96000u);
-    EXPECT_EQ(md->creationTime, 9u);
-}
-
-TEST(TypedBoxes, SampleTablesAndChunkOffsetTables) {
-    const Bytes stbl = container(
-        "stbl", {stts({{10, 1000}, {2, 500}}), stsc({{1, 2, 1}}), stsz(0, {5, 6, 7}),
-                 stsz(16, {}, 99), stco({100, 200}), co64({1ull << 40})});
-    Parsed p(container("moov", {container("trak", {container("mdia", {container("minf", {stbl})})})}));
-    const std::string base = "moov.trak.mdia.minf.stbl.";
-    auto* t = dynamic_cast<MP4::STTS*>(p.first((base + "stts").c_str()));
-    ASSERT_NE(t, nullptr);
-    ASSERT_EQ(t->entries.size(), 2u);
-    EXPECT_EQ(t->entries[1].sampleCount, 2u);
-    EXPECT_EQ(t->entries[1].sampleDelta, 500u);
-    auto sizes = p.all((base + "stsz").c_str());
-    ASSERT_EQ(sizes.size(), 2u);
-    EXPECT_EQ(static_cast<MP4::STSZ*>(sizes[0])->sizes, (std::vector<uint32_t>{5, 6, 7}));
-    EXPECT_TRUE(static_cast<MP4::STSZ*>(sizes[1])->sizes.empty());
-    EXPECT_EQ(static_cast<MP4::STSZ*>(sizes[1])->sampleCount, 99u);
-    auto* co = dynamic_cast<MP4::STCO*>(p.first((base + "stco").c_str()));
-    auto* co64box = dynamic_cast<MP4::CO64*>(p.first((base + "co64").c_str()));
-    ASSERT_TRUE(co && co64box);
-    EXPECT_EQ(co->entryCount, 2u);
-    EXPECT_EQ(co->tableOffset, co->start + 16);
-    EXPECT_EQ(co->entryWidth(), 4u);
-    EXPECT_EQ(co64box->entryWidth(), 8u);
-}
-
-TEST(TypedBoxes, UserDataLocationBoxes) {
-    const Bytes xyzA9 = be32(12 + 18) + "\xA9xyz" + be16(18) + be16(0x15C7) + "+35.6586+139.7454/";
+TEST(TypedBoxes, EachReaderTakesItsFields) {
+    const Bytes xyz = be32(12 + 18) + "\xA9xyz" + be16(18) + be16(0x15C7) + "+35.6586+139.7454/";
     const Bytes loci = box("loci", Bytes(8, '\0') + be32(uint32_t(-1 * 65536)) + be32(2 << 16));
-    Parsed p(box("moov", box("udta", xyzA9 + loci + box("@xyz", "+1+2/"))));
-    auto* x = dynamic_cast<MP4::XYZ*>(p.first("moov.udta.\xA9xyz"));
-    ASSERT_NE(x, nullptr);
-    EXPECT_EQ(x->text, "+35.6586+139.7454/");
-    EXPECT_EQ(x->language, 0x15C7);
-    auto* l = dynamic_cast<MP4::LOCI*>(p.first("moov.udta.loci"));
-    ASSERT_NE(l, nullptr);
-    EXPECT_TRUE(l->hasPosition);
-    EXPECT_FALSE(l->hasAltitude);
-    EXPECT_DOUBLE_EQ(l->longitude, -1.0);
-    EXPECT_DOUBLE_EQ(l->latitude, 2.0);
-    MP4::BOX* at = p.first("moov.udta.@xyz");
-    ASSERT_NE(at, nullptr);
-    EXPECT_EQ(dynamic_cast<MP4::XYZ*>(at), nullptr);  // the 0x40 form stays plain
+    const Bytes stbl = container("stbl", {stsd({sowt(4, 16, 48000u << 16)}), stts({{10, 1000}, {2, 500}}),
+                                          stsz(0, {5, 6, 7}), stco({100, 200}), co64({1ull << 40})});
+    MovieFile m(fullBox("meta", 0, 0, hdlr("mdir", "Apple")) +
+                box("moov", mvhd(1, 0x123456789ull, 600, 1200) +
+                                box("udta", xyz + loci + box("@xyz", "+1+2/")) +
+                                container("trak", {tkhd(0, 0x1122334455ull, 3840, 1920),
+                                                   container("mdia", {mdhd(1, 9, 48000, 96000),
+                                                                      container("minf", {stbl})})})));
+    EXPECT_EQ(typed<MP4::MVHD>(m, "moov.mvhd")->creationTime, 0x123456789ull);
+    EXPECT_FLOAT_EQ(typed<MP4::MVHD>(m, "moov.mvhd")->durationSeconds, 2.0f);
+    EXPECT_EQ(typed<MP4::TKHD>(m, "moov.trak.tkhd")->creationTime, 0x22334455u);  // version 0: 32 bits
+    EXPECT_EQ(typed<MP4::TKHD>(m, "moov.trak.tkhd")->height, 1920u);
+    EXPECT_EQ(typed<MP4::MDHD>(m, "moov.trak.mdia.mdhd")->duration, 96000u);
+    EXPECT_EQ(typed<MP4::HDLR>(m, "meta.hdlr")->handlerType(), "mdir");
+    const std::string base = "moov.trak.mdia.minf.stbl.";
+    EXPECT_EQ(typed<MP4::SOWT>(m, base + "stsd.sowt")->channelCount, 4u);
+    EXPECT_EQ(typed<MP4::STTS>(m, base + "stts")->entries[1].sampleDelta, 500u);
+    EXPECT_EQ(typed<MP4::STSZ>(m, base + "stsz")->sizes, (std::vector<uint32_t>{5, 6, 7}));
+    EXPECT_EQ(typed<MP4::STCO>(m, base + "stco")->entryWidth(), 4u);
+    EXPECT_EQ(typed<MP4::CO64>(m, base + "co64")->entryWidth(), 8u);
+    EXPECT_EQ(typed<MP4::XYZ>(m, "moov.udta.\xA9xyz")->text, "+35.6586+139.7454/");
+    EXPECT_DOUBLE_EQ(typed<MP4::LOCI>(m, "moov.udta.loci")->longitude, -1.0);
+    EXPECT_FALSE(typed<MP4::LOCI>(m, "moov.udta.loci")->hasAltitude);
+    EXPECT_EQ(typed<MP4::XYZ>(m, "moov.udta.@xyz"), nullptr);  // the 0x40 form stays plain
 }
 
-TEST(TypedBoxes, MetaHandlerAndSoundEntry) {
-    Parsed p(fullBox("meta", 0, 0, hdlr("mdir", "Apple")) +
-             container("moov", {container("trak", {container("mdia", {container("minf", {container(
-                                    "stbl", {stsd({sowt(4, 16, 48000u << 16)})})})})})}));
-    auto* h = dynamic_cast<MP4::HDLR*>(p.first("meta.hdlr"));
-    ASSERT_NE(h, nullptr);
-    EXPECT_EQ(h->handlerType(), "mdir");
-    EXPECT_EQ(h->name, std::string("Apple\0", 6));
-    auto* s = dynamic_cast<MP4::SOWT*>(p.first("moov.trak.mdia.minf.stbl.stsd.sowt"));
-    ASSERT_NE(s, nullptr);
-    EXPECT_EQ(s->channelCount, 4u);
-    EXPECT_EQ(s->sampleSize, 16u);
-    EXPECT_EQ(s->sampleRate, 48000u << 16);
+TEST(PathSearch, BytesComparedAsStoredAndFalseStopsOnlyTheSiblingList) {
+    MovieFile movie(buildMovie({}));
+    size_t visits = 0;
+    movie.container.find("moov.trak.tkhd", [&](MP4::BOX&) { return ++visits, false; });
+    EXPECT_EQ(visits, 2u);  // one tkhd in each of the two tracks
+
+    MovieFile m(box("moov", box("udta", box("@mod", "KORVA") + be32(8) + "\xA9mod")));
+    EXPECT_EQ(count(m, "moov.udta.@mod") + count(m, "moov.udta.\xA9mod"), 2u);
+    EXPECT_EQ(count(m, "moov.udta.@mo") + count(m, "moov.udt") + count(m, "moov.udta.@mod.x"), 0u);
+    // The first mdat and moov are remembered, and the track with a width.
+    MovieFile r(buildMovie({.moovFirst = false}) + box("mdat", "second") + box("moov"));
+    EXPECT_LT(r.container.mdat()->start, r.container.moov()->start);
+    EXPECT_GT(r.container.moov()->size, 8u);
+    MovieFile q(box("moov", container("trak", {tkhd(0, 0, 0, 0)}) + container("trak", {tkhd(0, 0, 64, 32)}) +
+                                container("trak", {tkhd(0, 0, 0, 0)})));
+    ASSERT_NE(q.container.videoTrack(), nullptr);
+    EXPECT_EQ(q.container.videoTrack()->start, 8u + 8 + 92);
 }
 
-TEST(PathSearch, FalseStopsOnlyTheSiblingList) {
-    MovieShape shape;
-    Parsed p(buildMovie(shape));
-    int visits = 0;
-    p.container.find("moov.trak.tkhd", [&](MP4::BOX&) {
-        ++visits;
-        return false;
-    });
-    EXPECT_EQ(visits, 2);  // one tkhd in each of the two tracks
-
-    visits = 0;
-    p.container.find("moov.trak", [&](MP4::BOX&) {
-        ++visits;
-        return false;
-    });
-    EXPECT_EQ(visits, 1);
-}
-
-TEST(PathSearch, BytesAreComparedAsStored) {
-    Parsed p(box("moov", box("udta", box("@mod", "KORVA") + be32(8) + "\xA9mod")));
-    EXPECT_EQ(p.all("moov.udta.@mod").size(), 1u);
-    EXPECT_EQ(p.all("moov.udta.\xA9mod").size(), 1u);
-    EXPECT_EQ(p.all("moov.udta.@mo").size(), 0u);
-    EXPECT_EQ(p.all("moov.udt").size(), 0u);
-    int missing = 0;
-    p.container.if_not_found("moov.udta.loci", [&] { ++missing; });
-    p.container.if_not_found("moov.udta.@mod", [&] { ++missing; });
-    EXPECT_EQ(missing, 1);
-    // A leaf is never searched into.
-    EXPECT_EQ(p.all("moov.udta.@mod.x").size(), 0u);
-}
-
-TEST(Remembered, FirstMdatFirstMoovAndLastVideoTrack) {
-    MovieShape shape;
-    shape.moovFirst = false;
-    Parsed p(buildMovie(shape) + box("mdat", "second") + box("moov"));
-    ASSERT_NE(p.container.mdat(), nullptr);
-    ASSERT_NE(p.container.moov(), nullptr);
-    EXPECT_LT(p.container.mdat()->start, p.container.moov()->start);
-    EXPECT_EQ(p.container.moov()->size, readFile(p.dir.file("m.mp4")).size() - 22 -
-                                            p.container.moov()->start);
-    ASSERT_NE(p.container.videoTrack(), nullptr);
-    EXPECT_EQ(p.container.videoTrack(), p.all("moov.trak").front());
-
-    // The track whose tkhd has a width wins, even when it comes last.
-    Parsed q(box("moov", container("trak", {tkhd(0, 0, 0, 0)}) + container("trak", {tkhd(0, 0, 64, 32)}) +
-                             container("trak", {tkhd(0, 0, 0, 0)})));
-    EXPECT_EQ(q.container.videoTrack(), q.all("moov.trak")[1]);
-}
-
-TEST(Remembered, ParseUpToAnEndSeesOnlyTheBoxesBeforeIt) {
-    Parsed p(box("ftyp", "isom") + box("moov", mvhd(0, 1, 1, 1)) + box("mdat", "x"));
-    MP4::BinFile file(p.dir.wfile("m.mp4"), 'r');
-    p.container.parse(file, 20);
-    EXPECT_EQ(p.root().size, 20u);
-    EXPECT_EQ(p.container.mdat(), nullptr);
-    ASSERT_NE(p.container.moov(), nullptr);  // its header lies before the end
-    EXPECT_EQ(p.first("moov.mvhd"), nullptr);
+TEST(Dump, LinesIndentByDepthWithEachBoxsFields) {
+    const Bytes moov =
+        box("moov", mvhd(0, 5, 1000, 2000) +
+                        container("trak", {tkhd(0, 6, 64, 32), container("mdia", {mdhd(0, 7, 30000, 900)})}));
+    MovieFile m(box("ftyp", "isom") + moov + box("mdat", "abc"));
+    EXPECT_EQ(dumpOf(m), "MP4: == 'root': start=0 bytes=" + std::to_string(12 + moov.size() + 11) +
+                             " ==\n"
+                             "MP4: <'ftyp': start=0 bytes=12 >\n"
+                             "MP4: <'moov': start=12 bytes=" +
+                             std::to_string(moov.size()) +
+                             " children=2 >\n"
+                             "MP4:     <'mvhd': start=20 bytes=108 timeStamp=5 >\n"
+                             "MP4:     <'trak': start=128 bytes=" +
+                             std::to_string(moov.size() - 116) +
+                             " children=2 >\n"
+                             "MP4:         <'tkhd': start=136 bytes=92 timeStamp=6 width=64 height=32 >\n"
+                             "MP4:         <'mdia': start=228 bytes=40 children=1 >\n"
+                             "MP4:             <'mdhd': start=236 bytes=32 timeStamp=7 duration=900.000000 "
+                             "time_scale=30000.000000 >\n"
+                             "MP4: <'mdat': start=" +
+                             std::to_string(12 + moov.size()) + " bytes=11 >\n");
 }

@@ -1,5 +1,6 @@
-// The rewrite frames: what reaches the disk, what is left when a step fails,
-// and how an output path keeps the source untouched.
+// The rewrite frames and the bulk copy under them: what reaches the disk,
+// what is left when a step fails, and how an output path keeps the source
+// untouched.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -7,10 +8,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "mp4/byte_copy.h"
 #include "mp4/container.h"
 #include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
-#include "support/movie_samples.h"
 
 using namespace testsupport;
 using namespace builders;
@@ -20,8 +21,10 @@ using MP4::Container;
 namespace {
 
 const Container::FixFn kFixOk = [](Container&, BinFile&) { return true; };
+const Bytes kOther = box("ftyp", "isom") + box("free", "replacement");
 
-// A copy step that writes the given bytes as the whole new file.
+// A copy step that writes the given bytes as the whole new file, the new
+// content starting at position.
 Container::CopyFn writeAll(const Bytes& bytes, uint64_t position = 0) {
     return [bytes, position](BinFile&, BinFile& to, uint64_t& pos) {
         pos = position;
@@ -29,35 +32,56 @@ Container::CopyFn writeAll(const Bytes& bytes, uint64_t position = 0) {
     };
 }
 
-ino_t inodeOf(const std::filesystem::path& p) {
-    struct stat st {};
-    return ::stat(p.c_str(), &st) == 0 ? st.st_ino : 0;
+// Whether fn reports success in a child process whose files cannot grow
+// past limit bytes, as on a full disk.
+bool succeedsUnderFileSizeLimit(rlim_t limit, const std::function<bool()>& fn) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit r{limit, limit};
+        ::setrlimit(RLIMIT_FSIZE, &r);
+        ConsoleCapture quiet;
+        ::_exit(fn() ? 1 : 0);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
 }
 
-const Bytes kOther = box("ftyp", "isom") + box("free", "replacement");
+// More than one memory step, and no pattern that repeats at a page.
+std::string pattern(size_t n) {
+    std::string s(n, '\0');
+    uint32_t x = 12345;
+    for (auto& c : s) c = char((x = x * 1103515245u + 12345u) >> 24);
+    return s;
+}
 
 }  // namespace
 
-TEST(CopyFrame, ReplacesTheFileByRenameKeepingItsPermissions) {
+TEST(CopyFrame, ReplacesTheFileByRenameKeepingItsPermissionsAndFixesSeeTheirBoxes) {
     MovieFile m(buildMovie({}));
     ::chmod(m.path.c_str(), 0640);
-    const ino_t before = inodeOf(m.path);
-
-    EXPECT_TRUE(m.container.modifyContainer(L"test", writeAll(kOther), kFixOk, kFixOk));
-    EXPECT_EQ(m.bytes(), kOther);
-    EXPECT_NE(inodeOf(m.path), before);
-    struct stat st {};
-    ::stat(m.path.c_str(), &st);
-    EXPECT_EQ(st.st_mode & 0777, 0640u);
+    struct stat before {};
+    ::stat(m.path.c_str(), &before);
+    const Bytes a = box("free", "aaaa"), b = box("skip", "bb"), c = box("free", "c");
+    size_t firstCount = 0, secondCount = 0;
+    EXPECT_TRUE(m.container.modifyContainer(
+        L"test", writeAll(a + b + c, a.size() + b.size()),
+        [&](Container& t, BinFile&) { return firstCount = t.root()->children.size(), true; },
+        [&](Container& t, BinFile&) { return secondCount = t.root()->children.size(), true; }));
+    EXPECT_EQ(firstCount, 2u);  // only the boxes before the new content
+    EXPECT_EQ(secondCount, 3u);
+    EXPECT_EQ(m.bytes(), a + b + c);
+    struct stat after {};
+    ::stat(m.path.c_str(), &after);
+    EXPECT_NE(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mode & 0777, 0640u);
     EXPECT_FALSE(m.temporaryLeft());
-    // The tree describes the new file.
-    ASSERT_EQ(m.container.root()->children.size(), 2u);
-    EXPECT_EQ(m.container.moov(), nullptr);
+    EXPECT_EQ(m.container.root()->children.size(), 3u);  // the tree describes the new file
 }
 
 TEST(CopyFrame, AFailureAtAnyStepLeavesTheSourceAndNoTemporary) {
     const Container::FixFn fail = [](Container&, BinFile&) { return false; };
-    // The copy writes half of the file and then gives up.
     const Container::CopyFn halfCopy = [](BinFile&, BinFile& to, uint64_t&) {
         to.writeBytes(reinterpret_cast<const uint8_t*>("abcdefgh"), 8);
         return false;
@@ -77,103 +101,74 @@ TEST(CopyFrame, AFailureAtAnyStepLeavesTheSourceAndNoTemporary) {
         EXPECT_EQ(m.bytes(), m.original);
         EXPECT_FALSE(m.temporaryLeft());
         EXPECT_EQ(console.text(), "Container::modifyContainer::" + std::string(c.step) + "(" +
-                                      m.path.string() + " to " + m.path.string() +
-                                      ".tmp.mp4) failed.\n");
+                                      m.path.string() + " to " + m.path.string() + ".tmp.mp4) failed.\n");
         EXPECT_NE(m.container.moov(), nullptr);  // parsed again: the old file
     }
-}
-
-TEST(CopyFrame, TheFirstFixSeesOnlyTheBoxesBeforeTheNewContent) {
-    MovieFile m(buildMovie({}));
-    const Bytes a = box("free", "aaaa"), b = box("skip", "bb"), c = box("free", "c");
-    size_t firstCount = 0, secondCount = 0;
-    EXPECT_TRUE(m.container.modifyContainer(
-        L"test", writeAll(a + b + c, a.size() + b.size()),
-        [&](Container& t, BinFile&) { return firstCount = t.root()->children.size(), true; },
-        [&](Container& t, BinFile&) { return secondCount = t.root()->children.size(), true; }));
-    EXPECT_EQ(firstCount, 2u);
-    EXPECT_EQ(secondCount, 3u);
-}
-
-TEST(CopyFrame, ATemporaryNameThatCannotBeCreatedFailsCleanly) {
+    // A temporary name that cannot be created.
     MovieFile m(buildMovie({}));
     std::filesystem::create_directory(m.dir.file("movie.mp4.tmp.mp4"));
     ConsoleCapture console;
     EXPECT_FALSE(m.container.modifyContainer(L"test", writeAll(kOther), kFixOk, kFixOk));
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_TRUE(std::filesystem::is_directory(m.dir.file("movie.mp4.tmp.mp4")));
-    EXPECT_NE(console.text().find("Container::modifyContainer::test("), std::string::npos);
 }
 
-TEST(CopyFrame, AFullDiskFailsAndLeavesNothingBehind) {
-    // A file size limit makes the writes fail part way, as a full disk does.
+TEST(CopyFrame, AFullDiskFailsAndLeavesTheFileAsItWas) {
     MovieFile m(buildMovie({.moovFirst = false, .videoSamples = 400}));
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ::signal(SIGXFSZ, SIG_IGN);
-        const rlim_t limit = m.original.size() / 2;
-        const rlimit r{limit, limit};
-        ::setrlimit(RLIMIT_FSIZE, &r);
-        ConsoleCapture quiet;
+    EXPECT_FALSE(succeedsUnderFileSizeLimit(m.original.size() / 2, [&] {
         MP4::Container c;
-        c.attach(m.wpath());
-        ::_exit(c.moovFirst() ? 1 : 0);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0) << "moovFirst reported success";
+        return c.attach(m.wpath()) && c.moovFirst();
+    }));
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
+    // An append at the end of the file is cut back to the old length.
+    EXPECT_FALSE(succeedsUnderFileSizeLimit(m.original.size() + 1000, [&] {
+        MP4::Container c;
+        return c.attach(m.wpath()) && c.appendXMP(Bytes(64 * 1024, 'x'));
+    }));
+    EXPECT_EQ(m.bytes(), m.original);
 }
 
 TEST(OutputPath, TheSourceIsNeverWrittenAndLaterEditsGoToTheOutput) {
     MovieFile m(buildMovie({}));
     const auto output = m.dir.file("out.mp4");
     m.container.setOutputPath(widen(output.string()));
-
     EXPECT_TRUE(m.container.modifyContainer(L"first", writeAll(kOther), kFixOk, kFixOk));
-    EXPECT_EQ(m.bytes(), m.original);
     EXPECT_EQ(readFile(output), kOther);
     EXPECT_EQ(m.container.path(), widen(output.string()));
     EXPECT_TRUE(m.container.outputPath().empty());
-
     // The next rewrite replaces the output through its own temporary file.
-    const Bytes third = box("free", "third");
-    EXPECT_TRUE(m.container.modifyContainer(L"second", writeAll(third), kFixOk, kFixOk));
-    EXPECT_EQ(readFile(output), third);
+    EXPECT_TRUE(m.container.modifyContainer(L"second", writeAll(box("free", "third")), kFixOk, kFixOk));
+    EXPECT_EQ(readFile(output), box("free", "third"));
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
-}
 
-TEST(OutputPath, AnInPlaceEditFirstCopiesTheWholeFileToTheOutput) {
-    MovieFile m(buildMovie({}));
-    const auto output = m.dir.file("out.mp4");
-    m.container.setOutputPath(widen(output.string()));
-    EXPECT_TRUE(m.container.modifyContainer(L"poke", [](BinFile& f) {
-        f.seek(9);  // inside the ftyp brand
-        return f.write8('!');
-    }));
-    EXPECT_EQ(m.bytes(), m.original);
-    Bytes expected = m.original;
+    // An in-place edit first copies the whole file to the output.
+    MovieFile n(buildMovie({}));
+    n.container.setOutputPath(widen(output.string()));
+    EXPECT_TRUE(n.container.modifyContainer(L"poke", [](BinFile& f) { return f.seek(9), f.write8('!'); }));
+    EXPECT_EQ(n.bytes(), n.original);
+    Bytes expected = n.original;
     expected[9] = '!';
     EXPECT_EQ(readFile(output), expected);
-    EXPECT_EQ(m.container.path(), widen(output.string()));
-    EXPECT_TRUE(m.container.outputPath().empty());
-    EXPECT_NE(m.container.moov(), nullptr);
+    EXPECT_EQ(n.container.path(), widen(output.string()));
+
+    // An output naming the source itself is an in-place edit.
+    MovieFile same(buildMovie({}));
+    same.container.setOutputPath(widen((same.dir.path() / "." / "movie.mp4").string()));
+    EXPECT_TRUE(same.container.modifyContainer(L"same", writeAll(kOther), kFixOk, kFixOk));
+    EXPECT_EQ(same.bytes(), kOther);
+    EXPECT_FALSE(same.temporaryLeft());
 }
 
-TEST(OutputPath, AnOutputThatCannotTakeTheFileFailsWithoutTouchingAnything) {
-    // /dev/full takes no bytes; it must not be removed after the failure.
+TEST(OutputPath, AnOutputThatCannotTakeTheFileFailsWithoutRemovingIt) {
     for (bool inPlace : {false, true}) {
         SCOPED_TRACE(inPlace ? "in place" : "copy");
         MovieFile m(buildMovie({}));
         m.container.setOutputPath(L"/dev/full");
         ConsoleCapture console;
-        const bool ok = inPlace ? m.container.modifyContainer(L"poke", [](BinFile&) { return true; })
-                                : m.container.modifyContainer(L"copy", writeAll(kOther), kFixOk, kFixOk);
-        EXPECT_FALSE(ok);
+        EXPECT_FALSE(inPlace ? m.container.modifyContainer(L"poke", [](BinFile&) { return true; })
+                             : m.container.modifyContainer(L"copy", writeAll(kOther), kFixOk, kFixOk));
         EXPECT_EQ(m.bytes(), m.original);
         struct stat st {};
         ASSERT_EQ(::stat("/dev/full", &st), 0);
@@ -183,48 +178,33 @@ TEST(OutputPath, AnOutputThatCannotTakeTheFileFailsWithoutTouchingAnything) {
     }
 }
 
-TEST(OutputPath, AnOutputNamingTheSourceItselfIsAnInPlaceEdit) {
-    MovieFile m(buildMovie({}));
-    m.container.setOutputPath(widen((m.dir.path() / "." / "movie.mp4").string()));
-    EXPECT_TRUE(m.container.modifyContainer(L"same", writeAll(kOther), kFixOk, kFixOk));
-    EXPECT_EQ(m.bytes(), kOther);
+TEST(InsertBox, ABoxRunningPastTheFileIsNeverCopied) {
+    MovieFile m(box("ftyp", "isom") + be32(500) + "free" + "short");
+    ConsoleCapture console;
+    EXPECT_FALSE(m.container.insertBox(
+        L"after", *m.first("free"), false, [](BinFile&) { return true; }, kFixOk, kFixOk));
+    EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
 }
 
-TEST(InPlaceFrame, AFailureIsReportedAndWhatWasWrittenStays) {
-    MovieFile m(buildMovie({}));
-    ConsoleCapture console;
-    EXPECT_FALSE(m.container.modifyContainer(L"poke", [](BinFile& f) {
-        f.seek(0);
-        f.write8(0);
-        return false;
-    }));
-    EXPECT_EQ(console.text(), "Container::modifyContainer::poke(" + m.path.string() + ") failed.\n");
-    EXPECT_EQ(m.bytes()[0], '\0');
-}
-
-TEST(InsertBox, InsertsAfterABoxOrInItsPlace) {
-    const Bytes ftyp = box("ftyp", "isom"), junk = box("free", "junk"), rest = box("skip", "zz");
-    const auto write = [](BinFile& f) { return f.writeBytes(reinterpret_cast<const uint8_t*>("NEW"), 3); };
+TEST(CopyBytes, UnalignedOffsetsAndShortSourcesCopyExactly) {
+    constexpr uint64_t kSize = (3u << 20) + 123;
+    TempDir dir;
+    const std::string source = pattern(kSize + 1000);
+    writeFile(dir.file("in"), source);
+    writeFile(dir.file("out"), std::string(777, 'x'));
     {
-        MovieFile m(ftyp + junk + rest);
-        EXPECT_TRUE(m.container.insertBox(L"after", *m.first("free"), false, write, kFixOk, kFixOk));
-        EXPECT_EQ(m.bytes(), ftyp + junk + "NEW" + rest);
+        QVMX::FileIO from(dir.wfile("in"), 'r');
+        QVMX::FileIO to(dir.wfile("out"), 'a');
+        ASSERT_TRUE(from.seek_set(1000) && to.seek_set(777));
+        EXPECT_EQ(MP4::copyBytes(from, to, kSize), kSize);
+        EXPECT_EQ(to.position(), 777 + kSize);
+        // The source has run out: what is there is copied and the copy stops.
+        ASSERT_TRUE(from.seek_set(kSize - 4000));
+        EXPECT_EQ(MP4::copyBytes(from, to, kSize), 5000u);
+        EXPECT_EQ(from.position(), kSize + 1000);
     }
-    {
-        MovieFile m(ftyp + junk + rest);
-        EXPECT_TRUE(m.container.insertBox(L"drop", *m.first("free"), true,
-                                          [](BinFile&) { return true; }, kFixOk, kFixOk));
-        EXPECT_EQ(m.bytes(), ftyp + rest);
-    }
-}
+    EXPECT_EQ(readFile(dir.file("out")),
+              std::string(777, 'x') + source.substr(1000) + source.substr(kSize - 4000));
 
-TEST(InsertBox, ABoxRunningPastTheFileIsNotCopied) {
-    const Bytes bytes = box("ftyp", "isom") + be32(500) + "free" + "short";
-    MovieFile m(bytes);
-    ConsoleCapture console;
-    EXPECT_FALSE(m.container.insertBox(L"after", *m.first("free"), false,
-                                       [](BinFile&) { return true; }, kFixOk, kFixOk));
-    EXPECT_EQ(m.bytes(), bytes);
-    EXPECT_FALSE(m.temporaryLeft());
 }

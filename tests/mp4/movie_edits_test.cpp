@@ -1,0 +1,335 @@
+// The edits of the movie box and the file around it, in every layout: the
+// relayout, time stamps, user data, location boxes, the uuid boxes, and
+// several of them batched into one copy.
+#include <gtest/gtest.h>
+
+#include "geo/gps_info.h"
+#include "mp4/container.h"
+#include "mp4/header_boxes.h"
+#include "mp4/uuid_box.h"
+#include "tools/builders/box_builder.h"
+#include "tools/builders/spatial_builder.h"
+#include "support/movie_file.h"
+#include "support/movie_samples.h"
+
+using namespace testsupport;
+using namespace builders;
+
+namespace {
+
+const MovieShape kLayouts[] = {{.moovFirst = true},
+                               {.moovFirst = true, .use64 = true},
+                               {.moovFirst = false},
+                               {.moovFirst = false, .use64 = true}};
+
+std::string layoutName(const MovieShape& s) {
+    return std::string(s.moovFirst ? "moov first" : "mdat first") + (s.use64 ? ", co64" : ", stco") +
+           (s.withUdta ? "" : ", no udta");
+}
+
+MovieShape with(MovieShape s, const Bytes& udtaChildren) {
+    s.udtaChildren = udtaChildren;
+    return s;
+}
+
+std::vector<std::string> topLevelTypes(MP4::Container& c) {
+    std::vector<std::string> types;
+    for (const auto& child : c.root()->children) types.push_back(child->name());
+    return types;
+}
+
+Bytes payloadOf(MovieFile& m, const char* path) {
+    const MP4::BOX* b = m.first(path);
+    return b == nullptr ? Bytes() : m.bytes().substr(b->start + 8, b->size - 8);
+}
+
+ByteArray bytesOf(const Bytes& b) { return ByteArray(b.data(), b.size()); }
+Bytes id(const MP4::UserType& t) { return Bytes(t.begin(), t.end()); }
+Bytes loci(size_t size) { return box("loci", Bytes(size - 8, '\0')); }
+
+GPSInfo position() {
+    GPSInfo gps;
+    gps.attachRXYZ("+35.5000+139.2500+012.000/");
+    return gps;
+}
+
+// The three location boxes worked out by hand: the text as given; 16.16
+// fixed point of 139.25, 35.5 and 12 in loci; the 0xA9 text without the
+// altitude, language "eng".
+const Bytes kXyz = box("@xyz", "+35.5000+139.2500+012.000/");
+const Bytes kLoci =
+    box("loci", Bytes(8, '\0') + be32(0x008B4000) + be32(0x00238000) + be32(0x000C0000) + Bytes(4, '\0'));
+const Bytes kCxyz = box("\xA9xyz", be16(18) + be16(0x15C7) + "+35.5000+139.2500/");
+const Bytes kLocations = kXyz + kLoci + kCxyz;
+const std::string kXml =
+    "<rdf:SphericalVideo>\n  <GSpherical:Spherical>true</GSpherical:Spherical>\n</rdf:SphericalVideo>";
+
+}  // namespace
+
+TEST(MoovFirst, GivesTheBytesOfAMovieBuiltThatWay) {
+    for (bool use64 : {false, true}) {
+        SCOPED_TRACE(use64 ? "co64" : "stco");
+        MovieFile m(buildMovie({.moovFirst = false, .use64 = use64}));
+        EXPECT_TRUE(m.container.isMdatFirst());
+        EXPECT_TRUE(m.container.moovFirst());
+        EXPECT_FALSE(m.container.isMdatFirst());
+        EXPECT_EQ(m.bytes(), buildMovie({.moovFirst = true, .use64 = use64}));
+        EXPECT_FALSE(m.temporaryLeft());
+    }
+}
+
+TEST(MoovFirst, OnlyTheMovieBoxIsCountedInTheShiftAndASpatialBlockStaysLast) {
+    // A box between the media data and the movie box goes in front of the
+    // movie box without counting in the shift.
+    const Bytes movie = buildMovie({.moovFirst = false});
+    MovieFile probe(movie);
+    const uint64_t moovSize = probe.container.moov()->size, mdatEnd = probe.container.mdat()->end();
+    const Bytes block = uuidBox(
+        kSpatialDataUuid, box("KADT", "pcm") + box("KATR", box("mdia", box("minf", box("stbl", co64({9}))))));
+    MovieFile m(movie.substr(0, mdatEnd) + box("free", "between") + movie.substr(mdatEnd) + block);
+    const auto before = chunkOffsets(m.path);
+    EXPECT_TRUE(m.container.moovFirst());
+    EXPECT_EQ(topLevelTypes(m.container), (std::vector<std::string>{"ftyp", "free", "moov", "mdat", "uuid"}));
+    auto expected = before;
+    for (auto& track : expected) {
+        for (auto& o : track) o += moovSize;
+    }
+    EXPECT_EQ(chunkOffsets(m.path), expected);
+    EXPECT_EQ(m.bytes().substr(m.original.size() - block.size()), block);
+}
+
+TEST(MoovFirst, BrokenTablesFailAndLeaveTheSource) {
+    Bytes movie = buildMovie({.moovFirst = false, .withAudio = false});
+    movie.replace(movie.find("stco") + 8, 4, be32(100000));  // far beyond its table
+    MovieFile m(movie);
+    ConsoleCapture console;
+    EXPECT_FALSE(m.container.moovFirst());
+    EXPECT_EQ(m.bytes(), movie);
+    EXPECT_FALSE(m.temporaryLeft());
+    EXPECT_NE(console.text().find("Container::modifyContainer::moovFirst("), std::string::npos);
+}
+
+TEST(TimeStamp, EveryHeaderTakesTheCreationTimeInItsVersionsWidth) {
+    // Version 1 movie header, a version 0 and a version 1 track; a second
+    // movie box is not the movie.
+    auto trak = [](uint8_t v) {
+        return container("trak", {tkhd(v, 5, 0, 0), container("mdia", {mdhd(v, 5, 1000, 10)})});
+    };
+    MovieFile m(box("ftyp", "isom") + box("moov", mvhd(1, 5, 1000, 10) + trak(0) + trak(1)) +
+                box("moov", mvhd(0, 5, 1000, 10)));
+    const uint64_t time = 0x0000000A11223344ull;
+    EXPECT_TRUE(m.container.updateTimeStamp(time));
+    m.container.attach(m.wpath());
+    std::vector<uint64_t> stamps;
+    const auto collect = [&]<typename T>(const char* path, T*) {
+        m.container.find(
+            path, [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<T&>(b).creationTime), true; });
+    };
+    collect("moov.mvhd", static_cast<MP4::MVHD*>(nullptr));
+    collect("moov.trak.tkhd", static_cast<MP4::TKHD*>(nullptr));
+    collect("moov.trak.mdia.mdhd", static_cast<MP4::MDHD*>(nullptr));
+    EXPECT_EQ(stamps, (std::vector<uint64_t>{time, 5, 0x11223344, time, 0x11223344, time}));
+    EXPECT_EQ(m.bytes().substr(m.bytes().find("mvhd") + 16, 8), be64(5));  // the modification time stays
+
+    MovieFile tiny(box("moov", box("trak", fullBox("tkhd", 0, 0, "ab"))) + box("free", "after"));
+    EXPECT_FALSE(tiny.container.updateTimeStamp(0xFFFFFFFF));
+    EXPECT_EQ(tiny.bytes(), tiny.original);
+}
+
+TEST(ReplaceUdta, ReplacesOrAppendsTheUserDataAndKeepsEverySample) {
+    const Bytes udta = box("udta", box("KMKN", Bytes(40, 'k')) + box("free", "pad"));
+    for (MovieShape shape : kLayouts) {
+        for (bool withUdta : {true, false}) {
+            shape.withUdta = withUdta;
+            shape.udtaChildren = withUdta ? box("@mod", "old model") : "";
+            SCOPED_TRACE(layoutName(shape));
+            MovieFile m(buildMovie(shape));
+            const uint64_t moovSize = m.container.moov()->size, moovStart = m.container.moov()->start;
+            const uint64_t oldUdta = withUdta ? m.first("moov.udta")->size : 0;
+            const auto offsets = chunkOffsets(m.path);
+            EXPECT_TRUE(m.container.replaceUdta(udta.size(), bytesOf(udta)));
+            EXPECT_EQ(m.container.moov()->size, moovSize - oldUdta + udta.size());
+            EXPECT_EQ(m.first("moov.udta")->end(), m.container.moov()->end());
+            EXPECT_EQ(payloadOf(m, "moov.udta"), udta.substr(8));
+            EXPECT_EQ(m.bytes().find("old model"), std::string::npos);
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
+            if (!shape.moovFirst) {
+                EXPECT_EQ(chunkOffsets(m.path), offsets);
+                EXPECT_EQ(m.bytes().substr(0, moovStart), m.original.substr(0, moovStart));
+            }
+        }
+    }
+}
+
+TEST(ReplaceUdta, BadBytesAndBadMovieBoxesAreLeftAlone) {
+    const Bytes udta = box("udta", "data");
+    Bytes lying = udta;
+    lying.replace(0, 4, be32(9999));
+    MovieFile m(buildMovie({}));
+    EXPECT_FALSE(m.container.replaceUdta(9, bytesOf(box("free", "x"))));
+    EXPECT_FALSE(m.container.replaceUdta(udta.size() + 1, bytesOf(udta)));
+    EXPECT_FALSE(m.container.replaceUdta(lying.size(), bytesOf(lying)));
+    EXPECT_EQ(m.bytes(), m.original);
+    // A movie box of mvhd and one trak only; a user-data box running past the movie box.
+    MovieFile few(buildMovie({.withAudio = false, .withUdta = false}));
+    MovieFile past(box("ftyp", "isom") + box("moov", mvhd(0, 1, 1000, 1) + be32(400) + "udta" + "abc") +
+                   box("mdat", "data"));
+    for (MovieFile* f : {&few, &past}) {
+        ConsoleCapture console;
+        EXPECT_FALSE(f->container.replaceUdta(udta.size(), bytesOf(udta)));
+        EXPECT_EQ(f->bytes(), f->original);
+        EXPECT_FALSE(f->temporaryLeft());
+    }
+}
+
+TEST(RemoveBadLoci, OnlyTheShortFormGoesAndEverySampleStays) {
+    for (const MovieShape& layout : kLayouts) {
+        SCOPED_TRACE(layoutName(layout));
+        // The short loci in the middle of the user data, and ending the movie
+        // box right before the media data, which then moves.
+        for (const Bytes& after : {box("free", "x"), Bytes()}) {
+            const MovieShape shape = with(layout, box("@mod", "m") + loci(28) + after);
+            MovieFile m(buildMovie(shape));
+            const uint64_t udta = m.first("moov.udta")->size;
+            EXPECT_TRUE(m.container.removeBadLOCI());
+            EXPECT_EQ(m.first("moov.udta.loci"), nullptr);
+            EXPECT_EQ(m.first("moov.udta")->size, udta - 28);
+            EXPECT_EQ(m.bytes().size(), m.original.size() - 28);
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
+        }
+    }
+    // Longer forms, a short one after a longer one, and none at all.
+    for (const Bytes& children : {loci(30), loci(32) + loci(28), Bytes()}) {
+        MovieFile m(buildMovie({.udtaChildren = children}));
+        EXPECT_TRUE(m.container.removeBadLOCI());
+        EXPECT_EQ(m.bytes(), m.original);
+    }
+}
+
+TEST(AppendLocations, TheMissingBoxesEndTheUserDataInEveryLayout) {
+    for (MovieShape shape : kLayouts) {
+        for (bool withUdta : {true, false}) {
+            shape.withUdta = withUdta;
+            shape.udtaChildren = withUdta ? box("@mod", "m") : "";
+            SCOPED_TRACE(layoutName(shape));
+            MovieFile m(buildMovie(shape));
+            const Bytes before = payloadOf(m, "moov.udta");
+            EXPECT_TRUE(m.container.appendLocations(position()));
+            EXPECT_EQ(payloadOf(m, "moov.udta"), before + kLocations);
+            EXPECT_EQ(m.first("moov.udta")->end(), m.container.moov()->end());
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
+            EXPECT_FALSE(m.temporaryLeft());
+        }
+    }
+}
+
+TEST(AppendLocations, BoxesAlreadyThereAreNotAddedAgainAndAMovieWithoutMediaIsRefused) {
+    MovieFile some(buildMovie({.udtaChildren = kLoci + kXyz}));
+    EXPECT_TRUE(some.container.appendLocations(position()));
+    EXPECT_EQ(payloadOf(some, "moov.udta"), kLoci + kXyz + kCxyz);
+    MovieFile all(buildMovie({.udtaChildren = kCxyz + kXyz + kLoci}));
+    ConsoleCapture console;
+    EXPECT_TRUE(all.container.appendLocations(position()));
+    EXPECT_EQ(console.text(), "MP4: No location-boxes were appended.\n");
+    EXPECT_EQ(all.bytes(), all.original);
+    MovieFile noMedia(box("ftyp", "isom") + box("moov", box("udta", "")));
+    EXPECT_FALSE(noMedia.container.appendLocations(position()));
+    EXPECT_EQ(noMedia.bytes(), noMedia.original);
+}
+
+TEST(SphericalVideoXml, GoesIntoTheVideoTrackWithTheLocationsInOneRewrite) {
+    const Bytes sphere = uuidBox(id(MP4::SphericalXML::_UUID), kXml);
+    for (MovieShape shape : kLayouts) {
+        for (bool withUdta : {true, false}) {
+            shape.withUdta = withUdta;
+            SCOPED_TRACE(layoutName(shape));
+            MovieFile m(buildMovie(shape));
+            const uint64_t trak = m.container.videoTrack()->size, moov = m.container.moov()->size;
+            EXPECT_TRUE(m.container.appendLocationAndSphericalVideoXML(position(), kXml));
+            const auto& video = static_cast<MP4::NestedBox&>(*m.container.videoTrack());
+            EXPECT_EQ(video.size, trak + sphere.size());
+            EXPECT_EQ(m.bytes().substr(video.children.back()->start, sphere.size()), sphere);
+            EXPECT_EQ(m.container.moov()->size,
+                      moov + sphere.size() + kLocations.size() + (withUdta ? 0 : 8));
+            const Bytes udta = payloadOf(m, "moov.udta");
+            EXPECT_EQ(udta.substr(udta.size() - kLocations.size()), kLocations);
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
+            EXPECT_FALSE(m.temporaryLeft());
+        }
+    }
+    // A second text replaces the first.
+    MovieFile m(buildMovie({}));
+    const Bytes other = "<rdf:SphericalVideo>changed, and longer than before</rdf:SphericalVideo>";
+    EXPECT_TRUE(m.container.appendSphericalVideoXML(kXml));
+    EXPECT_TRUE(m.container.appendSphericalVideoXML(other));
+    const Bytes b = m.bytes();
+    EXPECT_EQ(b.find(kXml), std::string::npos);
+    EXPECT_NE(b.find(other), std::string::npos);
+    EXPECT_EQ(b.find(id(MP4::SphericalXML::_UUID)), b.rfind(id(MP4::SphericalXML::_UUID)));
+    EXPECT_EQ(allSamples(m.path), movieSamples({}));
+}
+
+TEST(AppendXmpAndAxis, EachGoesToTheEndOfTheFileOnceClosingAnOpenMediaDataFirst) {
+    // moov first, then an mdat whose size field says "to the end".
+    Bytes movie = buildMovie({});
+    const size_t mdatAt = movie.rfind("mdat") - 4;
+    movie.replace(mdatAt, 4, be32(0));
+    MovieFile m(movie);
+    EXPECT_TRUE(m.container.appendXMP("<x:xmpmeta/>"));
+    EXPECT_TRUE(m.container.appendAxis("\x01\x02\x03"));
+    const Bytes added =
+        uuidBox(id(MP4::XMP::_UUID), "<x:xmpmeta/>") + uuidBox(id(MP4::AXIS::_UUID), "\x01\x02\x03");
+    Bytes expected = movie + added;
+    expected.replace(mdatAt, 4, be32(uint32_t(movie.size() - mdatAt)));
+    EXPECT_EQ(m.bytes(), expected);
+    EXPECT_EQ(allSamples(m.path), movieSamples({}));
+
+    ConsoleCapture console;
+    EXPECT_TRUE(m.container.appendXMP("other"));
+    EXPECT_TRUE(m.container.appendAxis("other"));
+    EXPECT_EQ(console.text(), "MP4: XMP is existed.\nMP4: AXIS is existed.\n");
+    EXPECT_EQ(m.bytes(), expected);
+}
+
+TEST(EditBatch, OneCopyMakesWhatSeparateRewritesMakeWithOrWithoutTheRelayout) {
+    const auto edits = [](MP4::Container& c, bool relayout) {  // relayout: the media data comes first
+        EXPECT_EQ(c.moovFirst(), relayout);
+        c.removeBadLOCI();
+        c.removeBadLOCI();  // already on its way out when batched: nothing more
+        c.appendLocationAndSphericalVideoXML(position(), "<rdf:SphericalVideo/>");
+    };
+    const Bytes children = box("@xyz", "+1+2/") + loci(28);
+    for (const MovieShape& layout : kLayouts) {
+        SCOPED_TRACE(layoutName(layout));
+        const MovieShape shape = with(layout, children);
+        MovieFile separate(buildMovie(shape));
+        edits(separate.container, !shape.moovFirst);
+        MovieFile batched(buildMovie(shape));
+        batched.container.beginEdits();
+        edits(batched.container, !shape.moovFirst);
+        EXPECT_EQ(batched.bytes(), batched.original);  // nothing written before the commit
+        ASSERT_TRUE(batched.container.commitEdits());
+        EXPECT_EQ(batched.bytes(), separate.bytes());
+        EXPECT_FALSE(batched.container.isMdatFirst());
+        EXPECT_NE(batched.bytes().find(kLoci.substr(0, 8)), std::string::npos);  // a full loci instead
+        EXPECT_EQ(allSamples(batched.path), movieSamples(shape));
+        EXPECT_FALSE(batched.temporaryLeft());
+    }
+}
+
+TEST(EditBatch, AnEmptyBatchWritesNothingAndAClashingOneWritesNothingEither) {
+    MovieFile m(buildMovie({.udtaChildren = loci(28)}));
+    m.container.beginEdits();
+    EXPECT_FALSE(m.container.moovFirst());  // already in front: no relayout
+    EXPECT_TRUE(m.container.commitEdits());
+    EXPECT_EQ(m.bytes(), m.original);
+    // The loci lies inside the user data that is replaced: the edits overlap.
+    m.container.beginEdits();
+    m.container.removeBadLOCI();
+    m.container.replaceUdta(16, ByteArray("\0\0\0\x10udta\0\0\0\x08"
+                                          "free",
+                                          16));
+    EXPECT_FALSE(m.container.commitEdits());
+    EXPECT_EQ(m.bytes(), m.original);
+    EXPECT_FALSE(m.temporaryLeft());
+}

@@ -1,0 +1,258 @@
+// The spatial-audio block: trimming its track, carrying it into another
+// movie with its chunk offsets and KDT9 locator, and the locator following
+// the block when an edit moves it.
+#include <gtest/gtest.h>
+
+#include "foundation/file_io.h"
+#include "mp4/container.h"
+#include "mp4/spatial_sound.h"
+#include "tools/builders/box_builder.h"
+#include "tools/builders/spatial_builder.h"
+#include "support/movie_file.h"
+#include "support/movie_samples.h"
+
+using namespace testsupport;
+using namespace builders;
+
+namespace {
+
+const Bytes kPcm = "0123456789abcdefghijklmnopqrstuvwxyz";
+
+// A block placed at blockStart whose track has chunks at the given offsets
+// into the KADT payload.
+Bytes spatialBlock(uint64_t blockStart, std::vector<uint64_t> chunks) {
+    for (auto& c : chunks) c += blockStart + 24 + 8;
+    return uuidBox(kSpatialDataUuid,
+                   box("KADT", kPcm) + box("KATR", box("mdia", box("minf", box("stbl", co64(chunks))))));
+}
+
+Bytes kdt9(uint64_t offset, uint64_t size) { return box("KDT9", be64(offset) + be64(size) + "rest"); }
+
+uint64_t be64At(const Bytes& b, size_t at) {
+    uint64_t v = 0;
+    for (size_t i = 0; i < 8; ++i) v = (v << 8) | uint8_t(b[at + i]);
+    return v;
+}
+
+// A movie ending with a block, its KDT9 locating it; offset and size of the
+// block.
+struct Source {
+    Bytes bytes;
+    uint64_t offset, size;
+};
+
+Source spatialSource(bool moovFirst = true) {
+    // The locator's size does not depend on its values: build twice.
+    const uint64_t offset = buildMovie({.moovFirst = moovFirst, .udtaChildren = kdt9(0, 0)}).size();
+    const Bytes block = spatialBlock(offset, {0, 10, 20});
+    return {buildMovie({.moovFirst = moovFirst, .udtaChildren = kdt9(offset, block.size())}) + block, offset,
+            block.size()};
+}
+
+// The trim of a movie's spatial track to start..end seconds.
+struct Trim {
+    MovieFile movie;
+    MP4::SpatialSound sound;
+    bool result;
+    std::string console;
+    Trim(const Bytes& bytes, double start, double end) : movie(bytes, "source.mp4") {
+        ConsoleCapture capture;
+        result = sound.attach(movie.wpath(), start, end);
+        console = capture.text();
+    }
+};
+
+}  // namespace
+
+TEST(SpatialTrim, KeptRangeAndRebuiltTrackWorkedOutByHand) {
+    // 4000 samples of 8 bytes; a chunk is 1536 * 8 = 12288 bytes; the KADT
+    // payload starts at 52.
+    //   0.5 s..4.0 s at 1000/s: bytes 4000..32000 = 3500 samples, 2 full
+    //     chunks and 28000 - 24576 = 3424 bytes (also read from an mdhd of version 1);
+    //   1.0 s..end: 3000 samples, 1 chunk and 11712 bytes;
+    //   0..1.0 s at 1536/s: one full chunk and an empty last one;
+    //   0.0015 s..0.0029 s: cut to whole samples, 1..2.
+    struct Case {
+        uint8_t mdhdVersion;
+        uint32_t timeScale;
+        double start, end;
+        uint32_t startByte, endByte, samples, chunks, lastChunkBytes;
+        std::vector<uint64_t> offsets;
+    } cases[] = {{0, 1000, 0.5, 4.0, 4000, 32000, 3500, 3, 3424, {52, 12340, 24628}},
+                 {1, 1000, 0.5, 4.0, 4000, 32000, 3500, 3, 3424, {52, 12340, 24628}},
+                 {0, 1000, 1.0, -1, 8000, 32000, 3000, 2, 11712, {52, 12340}},
+                 {0, 1536, 0, 1.0, 0, 12288, 1536, 2, 0, {52, 12340}},
+                 {0, 1000, 0.0015, 0.0029, 8, 16, 1, 1, 8, {52}}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.start) + ".." + std::to_string(c.end));
+        Trim t(spatialMovie({.timeScale = c.timeScale, .mdhdVersion = c.mdhdVersion}), c.start, c.end);
+        ASSERT_TRUE(t.result) << t.console;
+        EXPECT_TRUE(t.sound.built);
+        EXPECT_EQ(t.sound.startByte, c.startByte);
+        EXPECT_EQ(t.sound.endByte, c.endByte);
+        const Bytes stbl = katrStsd() + stts({{c.samples, 1}}) +
+                           stsc({{1, 1536, 1}, {c.chunks, c.lastChunkBytes, 1}}) + stsz(8, {}, c.samples) +
+                           co64(c.offsets);
+        EXPECT_EQ(Bytes(t.sound.trimmedKATR.view()),
+                  box("KATR", katrTkhd() +
+                                  box("mdia", mdhd(c.mdhdVersion, 3600, c.timeScale, c.samples) + katrHdlr() +
+                                                  box("minf", katrSmhd() + katrDinf() + box("stbl", stbl)))));
+    }
+}
+
+TEST(SpatialTrim, NothingToDoSucceedsAndBadRangesOrTracksFail) {
+    const Bytes whole = spatialMovie({}), plain = box("ftyp", "isom") + box("mdat", "x");
+    const Bytes shortKadt = spatialMovie({.storedBytes = 20000});  // 20000 of the 32000 bytes claimed
+    struct Case {
+        Bytes movie;
+        double start, end;
+        bool result, built;
+    } cases[] = {{whole, 0, -1, true, false},
+                 {plain, 0, -1, true, false},
+                 {plain, 1, 2, true, false},
+                 {shortKadt, 0.5, 2.5, true, true},
+                 {shortKadt, 0.5, 2.501, false, false},
+                 {shortKadt, 0.5, -1, false, false},
+                 {whole, 5, 2, false, false},
+                 {whole, 0, 4.001, false, false},
+                 {whole, 1e300, -1, false, false},
+                 {whole.substr(0, whole.size() - 30), 0.5, 1, false, false}};  // cut inside the tables
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.start) + ".." + std::to_string(c.end));
+        Trim t(c.movie, c.start, c.end);
+        EXPECT_EQ(t.result, c.result);
+        EXPECT_EQ(t.sound.built, c.built);
+        EXPECT_EQ(t.console, "");
+    }
+    for (const SpatialShape& shape : {SpatialShape{.withMdhd = false}, SpatialShape{.withStsz = false}}) {
+        Trim t(spatialMovie(shape), 0.5, 1.0);
+        EXPECT_FALSE(t.result);
+        EXPECT_EQ(t.console, "No Spatial Metadata.\n");
+    }
+}
+
+TEST(SpatialTrim, TheKeptAudioIsWrittenAsWav) {
+    Trim t(spatialMovie({}), 0.5, 4.0);
+    ASSERT_TRUE(t.result);
+    ASSERT_TRUE(t.sound.dumpWAV(t.movie.container, t.movie.dir.wfile("a.wav")));
+    const Bytes wav = readFile(t.movie.dir.file("a.wav"));
+    // RIFF size 36 + 28000 = 0x6D84; 4 channels, 1000/s, 8000 bytes/s,
+    // blocks of 8, 16 bits; data size 28000 = 0x6D60.
+    ASSERT_EQ(wav.size(), 44u + 28000u);
+    EXPECT_EQ(wav.substr(0, 44),
+              Bytes("RIFF\x84\x6D\0\0WAVEfmt \x10\0\0\0\x01\0\x04\0\xE8\x03\0\0\x40\x1F\0\0\x08\0\x10\0"
+                    "data\x60\x6D\0\0",
+                    44));
+    EXPECT_EQ(wav.substr(44), spatialAudio(32000).substr(4000));
+}
+
+TEST(SpatialData, TheBlockArrivesWithItsTrackAndLocatorPointingAtItself) {
+    const Source src = spatialSource();
+    MovieFile source(src.bytes, "source.mp4");
+    const MovieShape outShape{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
+    MovieFile out(buildMovie(outShape));
+    EXPECT_FALSE(out.container.isSpatialDataExist());
+    QVMX::FileIO file(source.wpath(), 'r');
+    EXPECT_TRUE(out.container.appendSpatialData(file, src.offset, src.size));
+    EXPECT_TRUE(out.container.isSpatialDataExist());
+
+    const Bytes b = out.bytes();
+    const uint64_t newStart = out.original.size();
+    EXPECT_EQ(b.substr(newStart), spatialBlock(newStart, {0, 10, 20}));
+    const size_t co64At = b.find("co64", newStart) + 12;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(b.substr(be64At(b, co64At + 8 * i), 5), kPcm.substr(10 * i, 5));  // the same audio bytes
+    }
+    const size_t locator = b.find("KDT9") + 4;
+    EXPECT_EQ(b.substr(locator, 20), be64(newStart) + be64(src.size) + "rest");
+    EXPECT_EQ(allSamples(out.path), movieSamples(outShape));
+
+    ConsoleCapture console;
+    EXPECT_TRUE(out.container.appendSpatialData(file, src.offset, src.size));
+    EXPECT_EQ(console.text(), "MP4: SpatialData is existed.\n");
+    EXPECT_EQ(out.bytes(), b);
+}
+
+TEST(SpatialData, WhatIsNotOneWholeBlockWithAFollowingTrackIsNotCopied) {
+    const Source src = spatialSource();
+    Source broken = src;  // the track's chunk table claims more entries than it holds
+    broken.bytes.replace(broken.bytes.find("co64", src.offset) + 8, 4, be32(5000));
+    struct Case {
+        const char* what;
+        const Source& source;
+        uint64_t offset, size;
+        Bytes outUdta;
+    } cases[] = {{"size differs from the box", src, src.offset, src.size - 1, {}},
+                 {"not a uuid box", src, 0, src.size, {}},
+                 {"past the end", src, src.offset, src.size + 100, {}},
+                 {"offset beyond the file", src, src.bytes.size() + 5, 30, {}},
+                 {"track cannot follow", broken, src.offset, src.size, {}},
+                 {"locator too short for its numbers", src, src.offset, src.size, box("KDT9", "short")}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        MovieFile source(c.source.bytes, "source.mp4");
+        QVMX::FileIO file(source.wpath(), 'r');
+        MovieFile out(buildMovie({.udtaChildren = c.outUdta}));
+        ConsoleCapture console;
+        EXPECT_FALSE(out.container.appendSpatialData(file, c.offset, c.size));
+        EXPECT_EQ(out.bytes(), out.original);
+        EXPECT_FALSE(out.temporaryLeft());
+    }
+}
+
+TEST(SpatialData, ATrimmedBlockHoldsTheKeptAudioAndItsRebuiltTrack) {
+    Trim t(spatialMovie({}), 0.5, 4.0);  // bytes 4000..32000: two chunks of 12288 and 3424 more
+    ASSERT_TRUE(t.result);
+    const MovieShape outShape{.moovFirst = true, .udtaChildren = kdt9(0, 0)};
+    MovieFile out(buildMovie(outShape));
+    QVMX::FileIO file(t.movie.wpath(), 'r');
+    ASSERT_TRUE(out.container.trimSpatialData(file, 20, t.sound));
+    const Bytes b = out.bytes();
+    const uint64_t newStart = out.original.size();
+    const Bytes kept = spatialAudio(32000).substr(4000);
+    const uint64_t blockSize = 32 + kept.size() + t.sound.trimmedKATR.size;
+    ASSERT_EQ(b.size(), newStart + blockSize);
+    EXPECT_EQ(b.substr(newStart, 32 + kept.size()),
+              be32(uint32_t(blockSize)) + "uuid" + kSpatialDataUuid + box("KADT", kept));
+    const size_t co64At = b.find("co64", newStart) + 12;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(be64At(b, co64At + 8 * i), newStart + 32 + 12288 * i);
+    }
+    EXPECT_EQ(b.substr(b.find("KDT9") + 4, 16), be64(newStart) + be64(b.size() - newStart));
+    EXPECT_EQ(allSamples(out.path), movieSamples(outShape));
+
+    // Nothing built, or no block at the offset: nothing is written.
+    Trim nothing(spatialMovie({}), 0, -1);
+    const std::pair<MP4::SpatialSound*, uint64_t> refused[] = {
+        {&nothing.sound, 20}, {&t.sound, 0}, {&t.sound, t.movie.original.size() + 8}};
+    for (const auto& [sound, offset] : refused) {
+        MovieFile none(buildMovie({}));
+        EXPECT_FALSE(none.container.trimSpatialData(file, offset, *sound));
+        EXPECT_EQ(none.bytes(), none.original);
+    }
+}
+
+TEST(SpatialData, TheLocatorFollowsItsBlockWhenAnEditInTheMovieBoxMovesIt) {
+    // Media data first, then the movie box, then the block: growing the
+    // video track moves the block by the inserted length, alone or batched
+    // with the relayout.
+    for (bool relayout : {false, true}) {
+        SCOPED_TRACE(relayout ? "batched with the relayout" : "alone");
+        const Source src = spatialSource(false);
+        MovieFile m(src.bytes);
+        const std::string xml = "<rdf:SphericalVideo/>";
+        if (relayout) {
+            m.container.beginEdits();
+            ASSERT_TRUE(m.container.moovFirst());
+        }
+        ASSERT_TRUE(m.container.appendSphericalVideoXML(xml));
+        if (relayout) {
+            ASSERT_TRUE(m.container.commitEdits());
+        }
+        const Bytes b = m.bytes();
+        const uint64_t moved = src.offset + 24 + xml.size();
+        EXPECT_EQ(b.substr(moved), spatialBlock(moved, {0, 10, 20}));
+        EXPECT_EQ(b.substr(b.find("KDT9") + 4, 16), be64(moved) + be64(src.size));
+        EXPECT_EQ(allSamples(m.path), movieSamples({.moovFirst = relayout, .udtaChildren = kdt9(0, 0)}));
+    }
+}
