@@ -10,9 +10,7 @@
 
 namespace exiftest {
 
-inline const unsigned char* u8(const std::string& bytes) {
-    return reinterpret_cast<const unsigned char*>(bytes.data());
-}
+inline const unsigned char* u8(const std::string& bytes) { return reinterpret_cast<const unsigned char*>(bytes.data()); }
 inline unsigned char* u8(std::string& bytes) { return reinterpret_cast<unsigned char*>(bytes.data()); }
 
 // The message thrown by fn, or "(none)".
@@ -50,7 +48,5 @@ inline Read readJPEG(const std::string& file) {
     });
     return r;
 }
-
-inline std::string cstr(const std::string& s) { return std::string(s.c_str()); }
 
 }  // namespace exiftest
