@@ -14,12 +14,7 @@ struct Fixture {
     double seconds = 2.0;
     int audioTracks = 1;       // 0: video only
     int sampleRate = 48000;
-    int channels = 2;
-    std::string audio = "sine=frequency=440:sample_rate={rate}";  // one source per track
-    std::string audioCodec = "aac";
     std::string video = "testsrc=size={size}:rate={fps}";
-    bool moovFirst = true;     // moov before mdat, so a cut file still opens
-    std::string container = "mp4";
 };
 
 // Writes the movie; throws std::runtime_error when ffmpeg fails.

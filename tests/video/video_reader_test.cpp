@@ -243,23 +243,3 @@ TEST(VideoReaderBadInput, UnusablePlaySizesAndFormatsAreRefusedAtStart) {
     ASSERT_TRUE(odd.start(movie.string(), {63, 31}));
     EXPECT_EQ(readFrames(odd).size(), 6u);
 }
-
-TEST(VideoReaderPlayback, FramesWaitForThePlayersClockWhilePaused) {
-    testsupport::TempDir dir;
-    Fixture f;
-    f.seconds = 1.0;
-    const auto movie = makeMovie(dir.path(), "m.mp4", f);
-    QVMXVideoReader reader;
-    reader.playAudio = true;
-    ASSERT_TRUE(reader.start(movie.string(), {64, 32}));
-    int frames = 0;
-    auto count = [&frames](const QVMX::PixelBuffer&, const MediaTime&) { ++frames; };
-    reader.pause();
-    for (int i = 0; i < 20; ++i) EXPECT_TRUE(reader.loadNextFrame(count));
-    // Reading stops once the last frame handed out is ahead of a clock that
-    // stands: the frames at 0 and 1/30 s.
-    EXPECT_EQ(frames, 2);
-    reader.resume();
-    while (frames < 4) ASSERT_TRUE(reader.loadNextFrame(count));
-    EXPECT_FALSE(reader.loadNextAudio(1.0f, nullptr));  // the sound goes to the player
-}
