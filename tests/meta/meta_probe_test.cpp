@@ -11,40 +11,11 @@ using namespace builders;
 
 namespace {
 
-// A describer that reports one size and rate for every movie.
-struct Described {
-    Described(int width, int height, float rate) {
-        mediaServices().describe = [=](const std::wstring&, MovieDescription& out) {
-            out = {rate, width, height};
-            return true;
-        };
-    }
-    ~Described() { mediaServices().describe = nullptr; }
-};
-
 Bytes sampleEntries(std::initializer_list<Bytes> entries) {
     return box("moov", container("trak", {container("mdia", {container("minf", {container("stbl", {stsd(entries)})})})}));
 }
 
 }  // namespace
-
-TEST(MetaProbe, ReadsModelMakerRecordCodecAndPicture) {
-    MovieFile m(buildMovie({.udtaChildren = box("@mod", "KORVA PANOX BC") + kmknBox(makerExifBlock()),
-                            .avcC = "\x01"}));
-    Described described(3840, 1920, 29.97f);
-    MetaProbe probe;
-    ConsoleCapture console;
-    EXPECT_TRUE(probe.probe(m.wpath()));
-    EXPECT_EQ(probe.modelCode, 0x11001u);
-    EXPECT_EQ(probe.codec, MetaProbe::kCodecH264);
-    EXPECT_EQ(probe.width, 3840);
-    EXPECT_FLOAT_EQ(probe.frameRate, 29.97f);
-    EXPECT_EQ(probe.record.model, std::string("KORVA PANOX D\0", 14));
-    EXPECT_EQ(console.text(),
-              "source movie model: KORVA PANOX BC (11001)\n"
-              "source movie panoramaImageType: 1\n"
-              "H.264 detected.\n");
-}
 
 TEST(MetaProbe, EveryHevcEntryIsReportedAndWinsOverAvc) {
     MovieFile m(buildMovie({}) + sampleEntries({box("avc1", Bytes(78, '\0')), box("hev1", Bytes(78, '\0'))}) +
@@ -65,8 +36,12 @@ TEST(MetaProbe, UnreadableMakerRecordsAndMissingFilesLeaveTheResetValues) {
     EXPECT_EQ(probe.record.projectionType, 0u);
     EXPECT_EQ(console.text(), "EXIF can't read.\nH.264 detected.\n");
 
-    Described described(64, 32, 30.0f);
+    mediaServices().describe = [](const std::wstring&, MovieDescription& out) {
+        out = {30.0f, 64, 32};
+        return true;
+    };
     EXPECT_FALSE(probe.probe(L"/nonexistent/movie.mp4"));
     EXPECT_EQ(probe.width, 0);
     EXPECT_EQ(probe.codec, MetaProbe::kCodecUnknown);
+    mediaServices().describe = nullptr;
 }
