@@ -5,7 +5,6 @@
 #include <clocale>
 #include <cstring>
 
-#include "foundation/console.h"
 #include "foundation/wchar.h"
 #include "support/test_files.h"
 
@@ -15,64 +14,31 @@ using testsupport::readFile;
 using testsupport::TempDir;
 using testsupport::writeFile;
 
-TEST(Console, WritesWideFormatsToTheRedirectedStream) {
-    ConsoleCapture capture;
-    QVMX::Console::out(L"%ls=%d %s\n", L"name", 42, "narrow");
-    QVMX::Console::out(L"progress\r");
-    EXPECT_EQ(capture.text(), "name=42 narrow\nprogress\r");
-}
-
-TEST(FileIOOpen, MissingFileInReadModeIsUnusableAndSaysSo) {
+TEST(FileIOOpen, ReadNeedsTheFileUpdateNeverCreatesWriteTruncates) {
     TempDir dir;
-    const std::wstring path = dir.wfile("missing.mp4");
-    ConsoleCapture capture;
-    FileIO file(path, 'r');
-    EXPECT_FALSE(file.isOpen());
-    EXPECT_EQ(file.descriptor(), 0);
-    EXPECT_EQ(file.length(), 0u);
-    uint8_t b[4];
-    EXPECT_EQ(file.read(b, 4), FileIO::kError);
-    EXPECT_EQ(file.write(b, 4), FileIO::kError);
-    EXPECT_FALSE(file.seek_set(0));
-    EXPECT_EQ(capture.text(), "open(" + dir.file("missing.mp4").string() + ", 'r') failed.\n");
-}
-
-TEST(FileIOOpen, UpdateModeNeverCreatesAndWritesFromTheStart) {
-    TempDir dir;
+    uint8_t b[8] = {};
     {
         ConsoleCapture capture;
-        FileIO missing(dir.wfile("a.bin"), 'a');
+        FileIO missing(dir.wfile("a.bin"), 'r');
         EXPECT_FALSE(missing.isOpen());
-        EXPECT_NE(capture.text().find("'a') failed."), std::string::npos);
+        EXPECT_EQ(missing.read(b, 4), FileIO::kError);
+        EXPECT_FALSE(FileIO(dir.wfile("a.bin"), 'a').isOpen());
+        EXPECT_EQ(capture.text(), "open(" + dir.file("a.bin").string() + ", 'r') failed.\nopen(" +
+                                      dir.file("a.bin").string() + ", 'a') failed.\n");
     }
     EXPECT_FALSE(std::filesystem::exists(dir.file("a.bin")));
 
     writeFile(dir.file("a.bin"), "abcdef");
-    {
-        FileIO file(dir.wfile("a.bin"), 'a');
-        ASSERT_TRUE(file.isOpen());
-        EXPECT_EQ(file.write(reinterpret_cast<const uint8_t*>("XY"), 2), 2u);
-        EXPECT_EQ(file.position(), 2u);
-        EXPECT_EQ(file.length(), 6u);
-    }
+    FileIO(dir.wfile("a.bin"), 'a').write(reinterpret_cast<const uint8_t*>("XY"), 2);
     EXPECT_EQ(readFile(dir.file("a.bin")), "XYcdef");
-}
-
-TEST(FileIOOpen, WriteModeTruncatesAndUnknownModesRead) {
-    TempDir dir;
-    writeFile(dir.file("w.bin"), "old content");
     {
-        FileIO file(dir.wfile("w.bin"), 'w');
-        ASSERT_TRUE(file.isOpen());
+        FileIO file(dir.wfile("a.bin"), 'w');
         EXPECT_EQ(file.length(), 0u);
         file.write(reinterpret_cast<const uint8_t*>("new"), 3);
     }
-    EXPECT_EQ(readFile(dir.file("w.bin")), "new");
-    FileIO reader(dir.wfile("w.bin"), 'x');
-    ASSERT_TRUE(reader.isOpen());
-    uint8_t b[8] = {};
+    FileIO reader(dir.wfile("a.bin"), 'x');  // an unknown mode reads
     EXPECT_EQ(reader.read(b, 8), 3u);
-    EXPECT_EQ(reader.read(b, 8), 0u);  // end of file
+    EXPECT_EQ(reader.read(b, 8), 0u);
     EXPECT_EQ(reader.write(b, 1), FileIO::kError);
 }
 
@@ -80,70 +46,42 @@ TEST(FileIOSeek, FailuresPrintTheOffsetAndTheSystemReason) {
     TempDir dir;
     writeFile(dir.file("s.bin"), "0123456789");
     FileIO file(dir.wfile("s.bin"), 'r');
-    ASSERT_TRUE(file.seek_set(4));
-    ASSERT_TRUE(file.seek_cur(2));
-    EXPECT_EQ(file.position(), 6u);
-    uint8_t b = 0;
-    file.read(&b, 1);
-    EXPECT_EQ(b, '6');
-
+    ASSERT_TRUE(file.seek_set(7));
     ConsoleCapture capture;
     EXPECT_FALSE(file.seek_cur(-100));
     EXPECT_EQ(file.position(), 7u);
     EXPECT_EQ(capture.text(), "seek_cur(-100) failed - Invalid argument(22)\n");
 }
 
-TEST(FileIOCopy, CopiesInWholeChunksAndAPartialOne) {
+TEST(FileIOCopy, WholeChunksAPartialOneAndAShortSource) {
     TempDir dir;
     std::string data(65537, '\0');
     for (size_t i = 0; i < data.size(); ++i) data[i] = char(i * 7);
     writeFile(dir.file("src"), data);
-    FileIO src(dir.wfile("src"), 'r');
-    FileIO dst(dir.wfile("dst"), 'w');
-    EXPECT_EQ(src.copyTo(dst, 65537), 65537u);
-    EXPECT_EQ(src.copyTo(dst, 0), 0u);
+    {
+        FileIO src(dir.wfile("src"), 'r');
+        FileIO dst(dir.wfile("dst"), 'w');
+        EXPECT_EQ(src.copyTo(dst, 65537), 65537u);
+    }
     EXPECT_EQ(readFile(dir.file("dst")), data);
-}
-
-TEST(FileIOCopy, ShortSourceCopiesOnlyWhatIsThere) {
-    TempDir dir;
-    writeFile(dir.file("src"), std::string(100, 'x'));
     FileIO src(dir.wfile("src"), 'r');
-    FileIO dst(dir.wfile("dst"), 'w');
-    src.seek_set(40);
-    EXPECT_EQ(src.copyTo(dst, 1000), 60u);
-    EXPECT_EQ(readFile(dir.file("dst")), std::string(60, 'x'));
+    FileIO dst(dir.wfile("tail"), 'w');
+    src.seek_set(65500);
+    EXPECT_EQ(src.copyTo(dst, 1000), 37u);
 }
 
 TEST(FileIOScoped, OpenRunsTheCallbackOnlyWhenTheFileOpened) {
     TempDir dir;
     writeFile(dir.file("f"), "x");
     int calls = 0;
-    EXPECT_TRUE(FileIO::open(dir.wfile("f"), [&](FileIO& f) {
-        ++calls;
-        EXPECT_EQ(f.mode(), 'r');
-    }));
+    EXPECT_TRUE(FileIO::open(dir.wfile("f"), [&](FileIO&) { ++calls; }));
     ConsoleCapture capture;
     EXPECT_FALSE(FileIO::open_a(dir.wfile("none"), [&](FileIO&) { ++calls; }));
     EXPECT_EQ(calls, 1);
-    EXPECT_FALSE(FileIO::exist(dir.wfile("none")));
-    EXPECT_TRUE(FileIO::exist(dir.wfile("f")));
-    EXPECT_NE(capture.text().find("none, 'r') failed.\n"), std::string::npos);
-
-    QVMX::FileIO_show_process_file_name = true;
-    EXPECT_TRUE(FileIO::open_w(dir.wfile("g"), [](FileIO&) {}));
-    QVMX::FileIO_show_process_file_name = false;
-    EXPECT_NE(capture.text().find("processing " + dir.file("g").string() + " ...\n"),
-              std::string::npos);
-}
-
-TEST(FileIOScoped, RenameAndUnlink) {
-    TempDir dir;
-    writeFile(dir.file("a"), "1");
-    EXPECT_TRUE(FileIO::rename(dir.wfile("a"), dir.wfile("b")));
-    EXPECT_FALSE(FileIO::rename(dir.wfile("a"), dir.wfile("c")));
-    EXPECT_TRUE(FileIO::unlink(dir.wfile("b")));
-    EXPECT_FALSE(FileIO::unlink(dir.wfile("b")));
+    EXPECT_NE(capture.text().find("none, 'a') failed.\n"), std::string::npos);
+    EXPECT_TRUE(FileIO::rename(dir.wfile("f"), dir.wfile("g")));
+    EXPECT_TRUE(FileIO::unlink(dir.wfile("g")));
+    EXPECT_FALSE(FileIO::unlink(dir.wfile("g")));
 }
 
 class Utf8Locale : public ::testing::Test {
@@ -154,19 +92,13 @@ protected:
     void TearDown() override { std::setlocale(LC_ALL, "C"); }
 };
 
-TEST_F(Utf8Locale, NonAsciiPathsOpen) {
+TEST_F(Utf8Locale, NonAsciiPathsAndTheConversionBufferLimits) {
     TempDir dir;
-    const std::string name = "\xE5\x8B\x95\xE7\x94\xBB.mp4";  // a Japanese file name
-    writeFile(dir.file(name), "movie");
-    FileIO file(dir.wfile(name), 'r');
-    EXPECT_TRUE(file.isOpen());
-    EXPECT_EQ(file.length(), 5u);
-}
+    writeFile(dir.file("\xE5\x8B\x95.mp4"), "movie");
+    EXPECT_TRUE(FileIO(dir.wfile("\xE5\x8B\x95.mp4"), 'r').isOpen());
 
-TEST_F(Utf8Locale, ConversionsKeepTheirBufferRules) {
     const std::string mb = QVMX::wchar::wcs2mbs(L"\u52d5abc");
     EXPECT_EQ(mb.size(), 24u);  // 6 x 4 characters, zero-filled
-    EXPECT_STREQ(mb.c_str(), "\xE5\x8B\x95" "abc");
     EXPECT_EQ(QVMX::wchar::mbs2wcs("\xE5\x8B\x95" "abc"), L"\u52d5abc");
 
     // A multibyte form longer than 2048 bytes is cut at 2048.

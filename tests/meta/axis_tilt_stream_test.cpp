@@ -1,4 +1,4 @@
-// The AXIS payload: building, version-1 conversion, trimming, and payloads
+// The AXIS payload: building, trimming (version 1 converted first), and payloads
 // whose counts do not match their length.
 #include <gtest/gtest.h>
 
@@ -46,120 +46,45 @@ std::vector<AxisRecord> records(int n) {
     return out;
 }
 
-TEST(AxisToBinary, EmptyStreamGivesNull) {
+TEST(AxisToBinary, DegreesTruncatedTowardZeroAndTheCompassIndexChecked) {
     EXPECT_EQ(binary(AxisTiltStream{}), "(null)");
-}
-
-TEST(AxisToBinary, DegreesAreTruncatedTowardZero) {
     AxisTiltStream s;
     s.tiltFlag = true;
     s.compassIndex = 1;
     // -0.5 rad = -28.65 deg, 1 rad = 57.30, pi/2 = 90.00 (just), -3 rad = -171.89
     s.frames = {{0.1f, 0.2f, 0.3f, 0, 77}, {-0.5f, 1.0f, 3.1415927f / 2, 0, 88}, {-3.0f, 0, -0.01f, 0, 99}};
-    const Bytes expected = axisPayloadV2({true, 1, {{5, 11, 17, 77}, {-28, 57, 90, 88}, {-171, 0, 0, 99}}});
-    EXPECT_EQ(binary(s), expected);
-    EXPECT_EQ(expected.size(), 32u + 3 * 16);
-}
-
-TEST(AxisToBinary, NegativeIndexLeavesTheHeaderCompassZero) {
-    for (const int32_t index : {-1, -2}) {
-        AxisTiltStream s;
-        s.compassIndex = index;
-        s.frames = {{1, 1, 1, 0, 5}};
-        const Bytes out = binary(s);
-        EXPECT_EQ(out.substr(0, 12), be16(2) + be16(0) + be32(1) + be32(uint32_t(index)));
-        EXPECT_EQ(out.substr(12, 20), Bytes(20, '\0'));
-    }
-}
-
-TEST(AxisToBinary, IndexPastTheFramesIsAnError) {
-    AxisTiltStream s;
-    s.compassIndex = 1;
-    s.frames = {{}};
+    EXPECT_EQ(binary(s), axisPayloadV2({true, 1, {{5, 11, 17, 77}, {-28, 57, 90, 88}, {-171, 0, 0, 99}}}));
+    s.compassIndex = 3;
     unsigned long size = 0;
     EXPECT_THROW(s.toBinary(size), std::out_of_range);
 }
 
-TEST(AxisConvert, VersionOneBecomesVersionTwo) {
-    const AxisPayload p{true, 2, records(3)};
-    Bytes v1 = axisPayloadV1(p);
-    ASSERT_EQ(v1.size(), 52u);
-    unsigned long size = v1.size();
-    unsigned char* converted = AxisTiltStream::convert(reinterpret_cast<unsigned char*>(v1.data()), size);
-    const Bytes v2 = take(converted, size);
-    ASSERT_EQ(size, 80u);
-    // Header: version 2, flag/count/index as they stood, no compass fields;
-    // records: three words and a zero stamp.
-    AxisPayload expected = p;
-    expected.compassIndex = -1;  // builder leaves the compass fields zero then
-    Bytes want = axisPayloadV2(expected);
-    want.replace(8, 4, be32(2));
-    for (auto i = 0; i < 3; ++i) want.replace(32 + 16 * i + 12, 4, be32(0));
-    EXPECT_EQ(v2, want);
-}
-
-TEST(AxisConvert, LengthMustMatchTheCount) {
-    Bytes v1 = axisPayloadV1({false, -1, records(3), 4});
-    unsigned long size = v1.size();
-    ConsoleCapture console;
-    EXPECT_EQ(AxisTiltStream::convert(reinterpret_cast<unsigned char*>(v1.data()), size), nullptr);
-    EXPECT_EQ(console.text(), "Not enough length for V1. required 64.\n");
-    EXPECT_EQ(size, 52u);
-}
-
-TEST(AxisTrim, MovesTheKeptRecordsToTheFront) {
+TEST(AxisTrim, MovesTheKeptRecordsToTheFrontAfterConvertingVersionOne) {
     const Bytes in = axisPayloadV2({false, 0, records(5)});
     const Trimmed t = trimmed(in, 2, 3);
     EXPECT_EQ(t.result, 80u);
-    EXPECT_EQ(t.payload.substr(4, 4), be32(3));
-    EXPECT_EQ(t.payload.substr(32, 48), in.substr(32 + 32, 48));
-    EXPECT_EQ(t.payload.substr(8, 24), in.substr(8, 24));  // header compass untouched
+    // The count set, the header's compass untouched, records 2..4 at the front.
+    EXPECT_EQ(t.payload.substr(0, 80), in.substr(0, 4) + be32(3) + in.substr(8, 24) + in.substr(64));
+
+    const Trimmed v1 = trimmed(axisPayloadV1({false, 1, records(4)}), 1, 2, 32 + 4 * 16);
+    // Converted first: version 2, three words and a zero stamp per record.
+    EXPECT_EQ(v1.result, 64u);
+    EXPECT_EQ(v1.payload.substr(0, 12), be16(2) + be16(0) + be32(2) + be32(1));
+    EXPECT_EQ(v1.payload.substr(32, 16), be32(1) + be32(uint32_t(-1)) + be32(10) + be32(0));
 }
 
-TEST(AxisTrim, StartZeroOnlyRewritesTheCount) {
-    const Bytes in = axisPayloadV2({true, 3, records(5)});
-    const Trimmed t = trimmed(in, 0, 2);
-    EXPECT_EQ(t.result, 64u);
-    Bytes want = in;
-    want.replace(4, 4, be32(2));
-    EXPECT_EQ(t.payload, want);
-}
-
-TEST(AxisTrim, ResultComesFromTheRequestedCount) {
-    // Five records from 2 on: three are kept, yet the length names ten.
-    const Trimmed t = trimmed(axisPayloadV2({false, -1, records(5)}), 2, 10);
-    EXPECT_EQ(t.result, 32u + 16 * 10);
-    EXPECT_EQ(t.payload.substr(4, 4), be32(3));
-}
-
-TEST(AxisTrim, NothingToKeepFails) {
+// Nothing to keep, too short, counts naming more (or fewer) records than the
+// payload holds, and version 1 with flag 1 (not recognised, so it fails the
+// version-2 length).
+TEST(AxisTrim, NothingToKeepAndLyingCountsReturnZero) {
     const Bytes in = axisPayloadV2({false, -1, records(5)});
-    EXPECT_EQ(trimmed(in, 10, 3).result, 0u);
-    EXPECT_EQ(trimmed(in, 5, 3).result, 0u);
-    EXPECT_EQ(trimmed(in, 0, 0).result, 0u);
-    EXPECT_EQ(trimmed(in.substr(0, 31), 0, 1).result, 0u);
-}
-
-TEST(AxisTrim, VersionOneWithFlagZeroIsConvertedFirst) {
-    const Trimmed t = trimmed(axisPayloadV1({false, 1, records(4)}), 1, 2, 32 + 4 * 16);
-    EXPECT_EQ(t.result, 64u);
-    EXPECT_EQ(t.payload.substr(0, 12), be16(2) + be16(0) + be32(2) + be32(1));
-    EXPECT_EQ(t.payload.substr(32, 16), be32(1) + be32(uint32_t(-1)) + be32(10) + be32(0));
-    EXPECT_EQ(t.payload.substr(48, 16), be32(2) + be32(uint32_t(-2)) + be32(20) + be32(0));
-}
-
-TEST(AxisTrim, LyingCountsReturnZero) {
     ConsoleCapture console;
-    // Version 2 whose count names more (or fewer) records than it has.
-    EXPECT_EQ(trimmed(axisPayloadV2({false, -1, records(5), 6}), 0, 1).result, 0u);
-    EXPECT_EQ(trimmed(axisPayloadV2({false, -1, records(5), 0xFFFFFFFF}), 0, 1).result, 0u);
-    EXPECT_EQ(trimmed(axisPayloadV2({false, -1, records(5), 4}), 0, 1).result, 0u);
-    // Version 1 with flag 1 is not recognised and fails the version-2 length.
-    EXPECT_EQ(trimmed(axisPayloadV1({true, -1, records(5)}), 0, 1).result, 0u);
-    // Version 1 with flag 0 and a lying count.
-    EXPECT_EQ(trimmed(axisPayloadV1({false, -1, records(5), 9}), 0, 1).result, 0u);
+    const std::tuple<Bytes, unsigned, unsigned> cases[] = {
+        {in, 5, 3}, {in, 0, 0}, {in.substr(0, 31), 0, 1},
+        {axisPayloadV2({false, -1, records(5), 0xFFFFFFFF}), 0, 1}, {axisPayloadV2({false, -1, records(5), 4}), 0, 1},
+        {axisPayloadV1({true, -1, records(5)}), 0, 1}, {axisPayloadV1({false, -1, records(5), 9}), 0, 1}};
+    for (const auto& [payload, start, count] : cases) EXPECT_EQ(trimmed(payload, start, count).result, 0u);
     EXPECT_EQ(console.text(),
-              "Not enough length. required 128.\n"
               "Not enough length. required 68719476752.\n"
               "Not enough length. required 96.\n"
               "Not enough length. required 112.\n"

@@ -10,9 +10,7 @@
 
 namespace exiftest {
 
-inline const unsigned char* u8(const std::string& bytes) {
-    return reinterpret_cast<const unsigned char*>(bytes.data());
-}
+inline const unsigned char* u8(const std::string& bytes) { return reinterpret_cast<const unsigned char*>(bytes.data()); }
 inline unsigned char* u8(std::string& bytes) { return reinterpret_cast<unsigned char*>(bytes.data()); }
 
 // The message thrown by fn, or "(none)".
@@ -25,32 +23,25 @@ inline std::string thrown(const std::function<void()>& fn) {
     return "(none)";
 }
 
-// attachKMKN + readPNAOX; the message thrown on the way, "(none)" when none.
+// attachKMKN (or attachBytes, for a whole JPEG) + readPNAOX; the message
+// thrown on the way, "(none)" when none.
 struct Read {
     ExifParser::PANOX record;
     std::string error;
 };
-inline Read readKMKN(const std::string& block) {
+inline Read readKMKN(const std::string& block, bool jpeg = false) {
     Read r;
     ExifParser parser;
     r.error = thrown([&] {
-        parser.attachKMKN(u8(block), block.size());
+        if (jpeg) {
+            parser.attachBytes(u8(block), block.size());
+        } else {
+            parser.attachKMKN(u8(block), block.size());
+        }
         parser.readPNAOX(r.record);
     });
     return r;
 }
-
-// attachBytes (a whole JPEG) + readPNAOX.
-inline Read readJPEG(const std::string& file) {
-    Read r;
-    ExifParser parser;
-    r.error = thrown([&] {
-        parser.attachBytes(u8(file), file.size());
-        parser.readPNAOX(r.record);
-    });
-    return r;
-}
-
-inline std::string cstr(const std::string& s) { return std::string(s.c_str()); }
+inline Read readJPEG(const std::string& file) { return readKMKN(file, true); }
 
 }  // namespace exiftest

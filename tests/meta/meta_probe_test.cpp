@@ -11,65 +11,11 @@ using namespace builders;
 
 namespace {
 
-// A describer that reports one size and rate for every movie.
-struct Described {
-    Described(int width, int height, float rate) {
-        mediaServices().describe = [=](const std::wstring&, MovieDescription& out) {
-            out = {rate, width, height};
-            return true;
-        };
-    }
-    ~Described() { mediaServices().describe = nullptr; }
-};
-
 Bytes sampleEntries(std::initializer_list<Bytes> entries) {
     return box("moov", container("trak", {container("mdia", {container("minf", {container("stbl", {stsd(entries)})})})}));
 }
 
 }  // namespace
-
-TEST(MetaProbe, ReadsModelMakerRecordCodecAndPicture) {
-    MovieFile m(buildMovie({.udtaChildren = box("@mod", "KORVA PANOX BC") + kmknBox(makerExifBlock()),
-                            .avcC = "\x01"}));
-    Described described(3840, 1920, 29.97f);
-    MetaProbe probe;
-    ConsoleCapture console;
-    EXPECT_TRUE(probe.probe(m.wpath()));
-    EXPECT_EQ(probe.modelCode, 0x11001u);
-    EXPECT_EQ(probe.model, "KORVA PANOX BC");
-    EXPECT_EQ(probe.codec, MetaProbe::kCodecH264);
-    EXPECT_EQ(probe.width, 3840);
-    EXPECT_EQ(probe.height, 1920);
-    EXPECT_FLOAT_EQ(probe.frameRate, 29.97f);
-    EXPECT_EQ(probe.reserved, -1);
-    EXPECT_EQ(probe.record.model, std::string("KORVA PANOX D\0", 14));
-    EXPECT_EQ(console.text(),
-              "source movie model: KORVA PANOX BC (11001)\n"
-              "source movie panoramaImageType: 1\n"
-              "H.264 detected.\n");
-}
-
-TEST(MetaProbe, ModelTextsMatchExactlyAndOnlyUnderTheAtSign) {
-    struct Case {
-        Bytes udta;
-        uint32_t code;
-        const char* printed;
-    } cases[] = {
-        {box("@mod", "KORVA PANOX d"), 0, "source movie model: KORVA PANOX d (0)\n"},
-        {box("@mod"), 0, ""},
-        {box("\xA9mod", "KORVA PANOX D"), 0, ""},
-        {box("@mod") + box("@mod", "KORVA PANOX a10"), 1, "source movie model: KORVA PANOX a10 (1)\n"},
-    };
-    for (const auto& c : cases) {
-        MovieFile m(buildMovie({.udtaChildren = c.udta}));
-        MetaProbe probe;
-        ConsoleCapture console;
-        EXPECT_FALSE(probe.probe(m.wpath()));  // no describer: no picture size
-        EXPECT_EQ(probe.modelCode, c.code);
-        const std::string text = console.text();
-        EXPECT_EQ(text.substr(0, text.find("KMKN not found.")), c.printed);
-    }
-}
 
 TEST(MetaProbe, EveryHevcEntryIsReportedAndWinsOverAvc) {
     MovieFile m(buildMovie({}) + sampleEntries({box("avc1", Bytes(78, '\0')), box("hev1", Bytes(78, '\0'))}) +
@@ -90,8 +36,12 @@ TEST(MetaProbe, UnreadableMakerRecordsAndMissingFilesLeaveTheResetValues) {
     EXPECT_EQ(probe.record.projectionType, 0u);
     EXPECT_EQ(console.text(), "EXIF can't read.\nH.264 detected.\n");
 
-    Described described(64, 32, 30.0f);
+    mediaServices().describe = [](const std::wstring&, MovieDescription& out) {
+        out = {30.0f, 64, 32};
+        return true;
+    };
     EXPECT_FALSE(probe.probe(L"/nonexistent/movie.mp4"));
     EXPECT_EQ(probe.width, 0);
     EXPECT_EQ(probe.codec, MetaProbe::kCodecUnknown);
+    mediaServices().describe = nullptr;
 }

@@ -35,77 +35,22 @@ int16_t heading(int16_t rawX, int16_t rawY, int16_t rawZ, double cx, double cy, 
     return info.heading;
 }
 
-void expectMatrix(const QVMX::Matrix3x3& m, const float (&expected)[3][3]) {
-    for (int r = 0; r < 3; ++r) {
-        for (int c = 0; c < 3; ++c) EXPECT_NEAR(m.m[r][c], expected[r][c], 1e-6) << r << "," << c;
-    }
-}
-
-TEST(TiltMatrix, NoDirectionOrNoTurnGivesIdentity) {
-    const QVMX::Vector3 down{0, -1, 0};
-    const float identity[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
-    for (const QVMX::Vector3 v : {QVMX::Vector3{0, 0, 0}, QVMX::Vector3{0.00005f, 0, 0},
-                                  QVMX::Vector3{0, -3, 0}, QVMX::Vector3{0, 5, 0}}) {
-        QVMX::Matrix3x3 m;
-        m.m[0][0] = 42;
-        Stream::tiltMatrix0WithAxis(v, down, m);
-        expectMatrix(m, identity);  // anti-parallel (0, 5, 0) included: no half turn
-    }
-}
-
-TEST(TiltMatrix, QuarterTurnOntoDown) {
-    // n = (1, 0, 0): k = n x down = (0, 0, -1), c = 0, s = 1.
-    QVMX::Matrix3x3 m;
-    Stream::tiltMatrix0WithAxis({7, 0, 0}, {0, -1, 0}, m);
-    const float expected[3][3] = {{0, 1, 0}, {-1, 0, 0}, {0, 0, 1}};
-    expectMatrix(m, expected);
-}
-
-TEST(CalcOrientation, LevelCameraFacingTheFourPoints) {
+TEST(CalcOrientation, LevelCameraFacingTheFourPointsAndPast327Degrees) {
     // +y forward, +x to the right; the field points north.
     EXPECT_EQ(heading(0, 0, 1000, 0, 1, 0), 0);      // north
-    EXPECT_EQ(heading(0, 0, 1000, -1, 0, 0), 9000);  // east: north on the left
     // south: p is +0, so the angle is -atan2(+0, -1) = -180 degrees.
     EXPECT_EQ(heading(0, 0, 1000, 0, -1, 0), -18000);
     // west: 2pi - pi/2 in floats is 4.712389, x 18000 / pi = 26999.998.
     EXPECT_EQ(heading(0, 0, 1000, 1, 0, 0), 26999);
-}
-
-TEST(CalcOrientation, HeadingsPast327DegreesWrapTo16Bits) {
-    EXPECT_EQ(heading(0, 0, 1000, -0.5, std::sqrt(0.75), 0), 3000);
-    EXPECT_EQ(heading(0, 0, 1000, 0.5, std::sqrt(0.75), 0), 33000 - 65536);  // 330 degrees
+    EXPECT_EQ(heading(0, 0, 1000, 0.5, std::sqrt(0.75), 0), 33000 - 65536);  // 330 degrees in 16 bits
 }
 
 TEST(CalcOrientation, PitchedCameraIsCorrected) {
-    // Pitch t about x: p = cx, q = cy cos t + cz sin t. The compass
-    // (-sin f, cos f cos t, cos f sin t) thus reads heading f.
-    struct Case {
-        int16_t rawY, rawZ;  // 1000 (sin t, cos t), rounded
-        double tilt, facing;
-        int16_t expected;
-    };
-    for (const Case c : {Case{342, 940, 20, 30, 3000}, Case{500, 866, 30, 120, 12000},
-                         Case{643, 766, 40, 250, 25000}, Case{600, 800, std::atan2(3.0, 4.0) / kDeg, 300, 30000}}) {
-        const double t = c.tilt * kDeg, f = c.facing * kDeg;
-        const int16_t h = heading(0, c.rawY, c.rawZ, -std::sin(f), std::cos(f) * std::cos(t), std::cos(f) * std::sin(t));
-        // Integer accelerometer readings put the tilt off by thousandths of a degree.
-        EXPECT_NEAR(h, c.expected, 1) << c.tilt;
-    }
-}
-
-TEST(CalcOrientation, RolledCameraIsCorrected) {
-    // Roll r about z (n = (sin r, -cos r, 0)): rows (cos r, sin r, 0), (-sin r, cos r, 0),
-    // so the compass (-sin(f + r), cos(f + r), 0) reads heading f.
-    struct Case {
-        int16_t rawX, rawZ;  // exact triangles: 3-4-5 and 5-12-13
-        double roll, facing;
-        int16_t expected;
-    };
-    for (const Case c : {Case{-600, 800, std::atan2(3.0, 4.0), 45, 4500},
-                         Case{-500, 1200, std::atan2(5.0, 12.0), 200, 20000}}) {
-        const double a = c.facing * kDeg + c.roll;
-        EXPECT_NEAR(heading(c.rawX, 0, c.rawZ, -std::sin(a), std::cos(a), 0), c.expected, 1) << c.facing;
-    }
+    // Pitch t about x with sin t = 0.6, cos t = 0.8 (raw 600, 800): then
+    // p = cx, q = 0.8 cy + 0.6 cz, and the compass (-sin f, 0.8 cos f,
+    // 0.6 cos f) reads heading f, here 300 degrees.
+    const double f = 300 * kDeg;
+    EXPECT_NEAR(heading(0, 600, 800, -std::sin(f), 0.8 * std::cos(f), 0.6 * std::cos(f)), 30000, 1);
 }
 
 TEST(CalcOrientation, NoTiltCorrectionWithoutAUsableDirection) {
@@ -116,38 +61,19 @@ TEST(CalcOrientation, NoTiltCorrectionWithoutAUsableDirection) {
     EXPECT_EQ(heading(0, 0, 1000, std::nan(""), 1, 0), 0);
 }
 
-TEST(DetectReverse, WeightsOfUprightUpsideDownAndTiltedSamples) {
+TEST(DetectReverse, WeightsOfTiltedSamples) {
     Stream s;
-    s.samples = {{0, -1000, 0}, {0, -1000, 0}};
+    // 31 and 45 degrees off the vertical (w = 1.94 and 1.41) and a zero
+    // sample count for neither.
+    s.samples = {{515, 857, 0}, {707, -707, 0}, {0, 0, 1000}, {0, 0, 0}};
     s.detectReverse();
-    EXPECT_FALSE(s.reversed);
-    EXPECT_FLOAT_EQ(s.downWeight, 200000.0f);  // 2 x 1 / 0.00001
-    EXPECT_EQ(s.upWeight, 0.0f);
-
-    s.samples = {{0, 1000, 0}, {342, 940, 0}};  // on the axis, and 20 degrees off it
-    s.detectReverse();
-    EXPECT_TRUE(s.reversed);
-    EXPECT_NEAR(s.upWeight, 100000.0f + std::hypot(342.0, 940.0) / 342, 0.01);
-
-    // 31 and 45 degrees off the vertical (w = 1.94 and 1.41) count for neither.
-    s.samples = {{515, 857, 0}, {707, -707, 0}, {0, 0, 1000}};
-    s.detectReverse();
-    EXPECT_FALSE(s.reversed);
-    EXPECT_EQ(s.upWeight, 0.0f);
-    EXPECT_EQ(s.downWeight, 0.0f);
+    EXPECT_EQ(s.upWeight + s.downWeight, 0.0f);
 
     // More weight up than down, whatever the number of samples.
     s.samples = {{0, 1000, 0}, {423, -906, 0}, {423, -906, 0}, {423, -906, 0}};
     s.detectReverse();
     EXPECT_TRUE(s.reversed);
     EXPECT_NEAR(s.downWeight, 3 * std::hypot(423.0, 906.0) / 423, 0.01);  // 25 degrees off
-}
-
-TEST(DetectReverse, ZeroSampleCountsForNeither) {
-    Stream s;
-    s.samples = {{0, 0, 0}};
-    s.detectReverse();
-    EXPECT_EQ(s.upWeight + s.downWeight, 0.0f);
 }
 
 }  // namespace

@@ -7,46 +7,23 @@
 
 namespace videotest {
 
-namespace {
-
-std::string fill(std::string text, const Fixture& f) {
-    auto replace = [&text](const std::string& key, const std::string& value) {
-        for (size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
-    };
-    replace("{size}", std::to_string(f.width) + "x" + std::to_string(f.height));
-    replace("{fps}", std::to_string(f.fps));
-    replace("{rate}", std::to_string(f.sampleRate));
-    return text;
-}
-
-}  // namespace
-
 std::filesystem::path makeMovie(const std::filesystem::path& dir, const std::string& name, const Fixture& f) {
     using testsupport::shellQuote;
     const auto path = dir / name;
-    std::string command = "ffmpeg -nostdin -v error -y -f lavfi -i " + shellQuote(fill(f.video, f));
-    for (int t = 0; t < f.audioTracks; ++t) command += " -f lavfi -i " + shellQuote(fill(f.audio, f));
-    command += " -map 0:v";
-    for (int t = 0; t < f.audioTracks; ++t) command += " -map " + std::to_string(t + 1) + ":a";
+    std::string video = f.video;
+    video.replace(video.find("{size}"), 6, std::to_string(f.width) + "x" + std::to_string(f.height));
+    video.replace(video.find("{fps}"), 5, std::to_string(f.fps));
+    std::string command = "ffmpeg -nostdin -v error -y -f lavfi -i " + shellQuote(video);
+    const std::string rate = std::to_string(f.sampleRate);
+    if (f.audio) command += " -f lavfi -i " + shellQuote("sine=frequency=440:sample_rate=" + rate);
     command += " -t " + std::to_string(f.seconds) + " -c:v libx264 -preset ultrafast -pix_fmt yuv420p -g " +
                std::to_string(f.fps);
-    if (f.audioTracks > 0) {
-        command += " -c:a " + f.audioCodec + " -ac " + std::to_string(f.channels) + " -ar " +
-                   std::to_string(f.sampleRate);
-    }
-    if (f.moovFirst) command += " -movflags +faststart";
-    command += " -f " + f.container + " " + shellQuote(path.string());
+    // moov before mdat, so a cut file still opens.
+    if (f.audio) command += " -c:a aac -ac 2 -ar " + rate;
+    command += " -movflags +faststart -f mp4 " + shellQuote(path.string());
     const auto result = testsupport::runCommand(command, true);
     if (result.status != 0) throw std::runtime_error("ffmpeg failed: " + command + "\n" + result.output);
     return path;
-}
-
-std::filesystem::path truncated(const std::filesystem::path& source, const std::filesystem::path& target,
-                                uintmax_t keep) {
-    std::string bytes = testsupport::readFile(source);
-    bytes.resize(std::min<uintmax_t>(keep, bytes.size()));
-    testsupport::writeFile(target, bytes);
-    return target;
 }
 
 }  // namespace videotest

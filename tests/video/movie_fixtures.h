@@ -12,26 +12,13 @@ struct Fixture {
     int height = 64;
     int fps = 30;
     double seconds = 2.0;
-    int audioTracks = 1;       // 0: video only
+    bool audio = true;
     int sampleRate = 48000;
-    int channels = 2;
-    std::string audio = "sine=frequency=440:sample_rate={rate}";  // one source per track
-    std::string audioCodec = "aac";
     std::string video = "testsrc=size={size}:rate={fps}";
-    bool moovFirst = true;     // moov before mdat, so a cut file still opens
-    std::string container = "mp4";
 };
 
 // Writes the movie; throws std::runtime_error when ffmpeg fails.
 std::filesystem::path makeMovie(const std::filesystem::path& dir, const std::string& name, const Fixture& f);
-
-// A copy of the file cut to its first keep bytes.
-std::filesystem::path truncated(const std::filesystem::path& source, const std::filesystem::path& target,
-                                uintmax_t keep);
-
-}  // namespace videotest
-
-namespace videotest {
 
 // Collects what the pipeline writes to its diagnostic log while alive.
 class LogCapture {
