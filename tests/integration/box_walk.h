@@ -35,7 +35,6 @@ std::string payloadOf(const std::string& file, const Box& box);
 std::string sphericalXml(const std::string& file, const std::vector<Box>& top);
 
 uint32_t readBE32(const std::string& bytes, uint64_t at);
-uint64_t readBE64(const std::string& bytes, uint64_t at);
 
 // The identifiers tavrel's uuid boxes carry.
 extern const std::string kSphericalXmlUuid;

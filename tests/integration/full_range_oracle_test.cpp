@@ -6,18 +6,16 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <utility>
-#include <vector>
 
 #include "mp4/container.h"
-#include "support/run_command.h"
-#include "support/test_files.h"
+#include "tavrel_fixture.h"
 
 using namespace testsupport;
 
 namespace {
 
-using Fields = std::vector<std::pair<std::string, std::string>>;
+using e2e::field;
+using Fields = e2e::SpsFields;
 
 std::string run(const std::string& command) {
     const auto r = runCommand(command);
@@ -26,35 +24,6 @@ std::string run(const std::string& command) {
 }
 
 std::string quoted(const std::filesystem::path& p) { return shellQuote(p.string()); }
-
-// The first SPS as FFmpeg's trace_headers filter reads it: (name, value) in
-// syntax order, without the padding after the stop bit.
-Fields traceSps(const std::filesystem::path& movie) {
-    std::istringstream lines(run("ffmpeg -v info -nostdin -i " + quoted(movie) + " -c copy -bsf:v trace_headers -f null - 2>&1"));
-    Fields fields;
-    bool inSps = false;
-    for (std::string line; std::getline(lines, line);) {
-        const size_t tag = line.find("[trace_headers @ ");
-        if (tag == std::string::npos) continue;
-        std::istringstream words(line.substr(line.find("] ", tag) + 2));
-        std::string position, name, bits, equals, value;
-        words >> position >> name >> bits >> equals >> value;
-        if (!std::isdigit(static_cast<unsigned char>(position[0]))) {
-            if (inSps) break;
-            inSps = line.find("Sequence Parameter Set") != std::string::npos;
-        } else if (inSps && name != "rbsp_alignment_zero_bit") {
-            fields.emplace_back(name, value);
-        }
-    }
-    return fields;
-}
-
-std::string field(const Fields& fields, const std::string& name) {
-    for (const auto& [n, v] : fields) {
-        if (n == name) return v;
-    }
-    return "";
-}
 
 // Whether the SPS already says what the rewrite would set.
 bool nothingToDo(const Fields& before, bool fullRange) {
@@ -131,14 +100,14 @@ TEST(FullRangeOracle, FfmpegReadsTheFlagsAndEverythingElseUnchanged) {
              "-s 64x64 -pix_fmt yuv444p -profile:v high444 -x264-params cqm=jvt",  // scaling matrices
          }) {
         const std::string original = encode(dir, x264);
-        const auto before = traceSps(dir.file("source.mp4"));
+        const auto before = e2e::spsFields(dir.file("source.mp4"));
         ASSERT_GT(before.size(), 30u) << x264;
         const std::string media = packetsAndFrames(dir.file("source.mp4"));
         for (bool fullRange : {true, false}) {
             SCOPED_TRACE(x264 + (fullRange ? ", full range" : ", video range"));
             writeFile(dir.file("m.mp4"), original);
             EXPECT_TRUE(rewrite(dir, fullRange));
-            EXPECT_EQ(traceSps(dir.file("m.mp4")), expectedAfter(before, fullRange));
+            EXPECT_EQ(e2e::spsFields(dir.file("m.mp4")), expectedAfter(before, fullRange));
             const bool kept = nothingToDo(before, fullRange);
             EXPECT_TRUE(!kept || readFile(dir.file("m.mp4")) == original);
             const bool signalled = !kept || field(before, "video_signal_type_present_flag") == "1";
@@ -148,49 +117,37 @@ TEST(FullRangeOracle, FfmpegReadsTheFlagsAndEverythingElseUnchanged) {
     }
 }
 
-// A longer SPS needs room: the user data given up as free space, or a new
-// file in which the media data moves (and the chunk offsets with it) when
-// it comes after the movie box.
+// A longer SPS needs room in a movie whose movie box comes first: the user
+// data given up as free space, or a new file in which the media data moves
+// by the byte the SPS grew (and the chunk offsets with it).
 TEST(FullRangeOracle, EachWayOfMakingRoomKeepsEveryPacket) {
     struct Case {
-        std::string name, x264, muxer;
-        std::string udta;  // "none": renamed away; "empty": replaced by an empty one
-        int64_t growth;    // of the file
-        bool offsetsMove;
+        std::string udta;  // "none": renamed to free; "empty": replaced by an empty one
+        int64_t growth;    // of the file, and how far the media data moves
     };
-    const std::string faststart = "-movflags +faststart";
-    for (const Case& c : std::vector<Case>{
-             {"same size", kComponent, "", "", 0, false},
-             {"user data reused, mdat first", kBaseline, "", "", 0, false},
-             {"user data reused, moov first", kBaseline, faststart, "", 0, false},
-             {"new file, mdat first", kBaseline, "", "none", 1, false},
-             {"new file, moov first", kBaseline, faststart, "none", 1, true},
-             {"user data too small, moov first", kBaseline, faststart, "empty", 1, true},
-         }) {
-        SCOPED_TRACE(c.name);
+    for (const Case& c : std::vector<Case>{{"reused", 0}, {"none", 1}, {"empty", 1}}) {
+        SCOPED_TRACE(c.udta);
         TempDir dir;
-        std::string movie = encode(dir, c.x264, c.muxer);
+        std::string movie = encode(dir, kBaseline, "-movflags +faststart");
         if (c.udta == "none") movie.replace(movie.find("udta"), 4, "free");
         writeFile(dir.file("m.mp4"), movie);
+        MP4::Container before;
+        before.attach(dir.wfile("m.mp4"));
         if (c.udta == "empty") {
-            MP4::Container edit;
-            edit.attach(dir.wfile("m.mp4"));
-            ASSERT_TRUE(edit.replaceUdta(8, ByteArray("\0\0\0\x08udta", 8)));
+            ASSERT_TRUE(before.replaceUdta(8, ByteArray("\0\0\0\x08udta", 8)));
             movie = readFile(dir.file("m.mp4"));
         }
         const std::string media = packetsAndFrames(dir.file("m.mp4"));
-        MP4::Container before;
-        before.attach(dir.wfile("m.mp4"));
         writeFile(dir.file("out.mp4"), "");
         EXPECT_TRUE(rewrite(dir, true, "out.mp4"));
         EXPECT_EQ(readFile(dir.file("m.mp4")), movie);
         EXPECT_EQ(int64_t(readFile(dir.file("out.mp4")).size()) - int64_t(movie.size()), c.growth);
         MP4::Container after;
         after.attach(dir.wfile("out.mp4"));
-        EXPECT_EQ(after.mdat()->start - before.mdat()->start, c.offsetsMove ? 1u : 0u);
+        EXPECT_EQ(int64_t(after.mdat()->start - before.mdat()->start), c.growth);
         bool freeInMoov = false;
         after.find("moov.free", [&freeInMoov](MP4::BOX&) { return !(freeInMoov = true); });
-        EXPECT_EQ(freeInMoov, c.name.starts_with("user data reused") || c.udta == "none");
+        EXPECT_EQ(freeInMoov, c.udta != "empty");
         EXPECT_EQ(colourRange(dir.file("out.mp4")), "pc\n");
         EXPECT_EQ(packetsAndFrames(dir.file("out.mp4")), media);
     }

@@ -99,8 +99,6 @@ std::string sourceName(Source source) {
     return names[static_cast<int>(source)];
 }
 
-std::string modelOf(Source source) { return source < Source::A10 ? "" : dressingOf(source).model; }
-
 bool isNewest(Source source) { return source >= Source::Newest; }
 
 Workspace::Workspace(Source source) {
@@ -171,25 +169,32 @@ std::vector<int> keyFrameIndices(const std::filesystem::path& movie, int& packet
     return keys;
 }
 
-Fields spsFields(const std::filesystem::path& movie) {
+SpsFields spsFields(const std::filesystem::path& movie) {
     std::istringstream lines(
         checked("ffmpeg -nostdin -v info -i " + quoted(movie) + " -map 0:v -c copy -bsf:v trace_headers -f null - 2>&1"));
-    Fields fields;
+    SpsFields fields;
     bool inSps = false;
     for (std::string line; std::getline(lines, line);) {
         const size_t tag = line.find("[trace_headers @ ");
         if (tag == std::string::npos) continue;
         std::istringstream words(line.substr(line.find("] ", tag) + 2));
         std::string position, name, bits, equals, value;
-        words >> position;
-        if (position.empty() || !std::isdigit(static_cast<unsigned char>(position[0]))) {
+        words >> position >> name >> bits >> equals >> value;
+        if (!std::isdigit(static_cast<unsigned char>(position[0]))) {
             if (inSps) break;
             inSps = contains(line, "Sequence Parameter Set");
-        } else if (inSps && (words >> name >> bits >> equals >> value)) {
-            fields.emplace(name, value);
+        } else if (inSps && name != "rbsp_alignment_zero_bit") {
+            fields.emplace_back(name, value);
         }
     }
     return fields;
+}
+
+std::string field(const SpsFields& fields, const std::string& name) {
+    for (const auto& [n, v] : fields) {
+        if (n == name) return v;
+    }
+    return "";
 }
 
 std::string decodeErrors(const std::filesystem::path& movie) {
@@ -197,7 +202,7 @@ std::string decodeErrors(const std::filesystem::path& movie) {
 }
 
 std::string exiftoolValues(const std::filesystem::path& file, const std::string& tags) {
-    return checked("exiftool -n -s3 " + tags + " " + quoted(file));
+    return checked("exiftool -s3 " + tags + " " + quoted(file));
 }
 
 std::string sha256(const std::filesystem::path& file) {

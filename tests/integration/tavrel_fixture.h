@@ -38,8 +38,6 @@ enum class Source {
 const std::filesystem::path& sourceMovie(Source source);
 // "A10MoovFirst" for Source::A10MoovFirst.
 std::string sourceName(Source source);
-// The model text the source carries; empty for the non-camera movies.
-std::string modelOf(Source source);
 bool isNewest(Source source);
 
 constexpr uint32_t kSpatialRate = 1000;
@@ -90,12 +88,15 @@ double durationSeconds(const std::filesystem::path& movie);
 // Indices of the key-frame packets of the first video stream, and the
 // number of its packets.
 std::vector<int> keyFrameIndices(const std::filesystem::path& movie, int& packets);
-// The fields of the first sequence parameter set, by trace_headers.
-Fields spsFields(const std::filesystem::path& movie);
+// The first sequence parameter set as FFmpeg's trace_headers filter reads
+// it: (name, value) in syntax order, without the padding after the stop bit.
+using SpsFields = std::vector<std::pair<std::string, std::string>>;
+SpsFields spsFields(const std::filesystem::path& movie);
+std::string field(const SpsFields& fields, const std::string& name);
 // What decoding every stream prints at the error level: nothing for a
 // clean movie.
 std::string decodeErrors(const std::filesystem::path& movie);
-// exiftool -n -s3 with the given tags: one value per line.
+// exiftool -s3 with the given tags (and options): one value per line.
 std::string exiftoolValues(const std::filesystem::path& file, const std::string& tags);
 std::string sha256(const std::filesystem::path& file);
 

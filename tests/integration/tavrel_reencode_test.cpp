@@ -1,7 +1,8 @@
-// tavrel with re-encoding options: size, time range, key frames, codec and
-// audio rate as ffprobe reads them, the SPS flags as FFmpeg's trace_headers
-// reads them, the newest cameras' sensor boxes and spatial audio cut to the
-// kept range, and the thumbnail. One run per row: re-encoding is slow.
+// tavrel with re-encoding options: size, time range, key frames, codec,
+// audio rate and bit rates as ffprobe reads them, the SPS flags as FFmpeg's
+// trace_headers reads them, the newest cameras' sensor boxes and spatial
+// audio cut to the kept range, and the thumbnail. One run per row:
+// re-encoding is slow.
 #include <gtest/gtest.h>
 
 #include "box_walk.h"
@@ -87,11 +88,12 @@ TEST_P(Reencoded, IsWhatTheOptionsAskAndCleanFullRangeVideo) {
     expectSourcesCreationTime(work.output());
     if (r.codec == "h264") {
         EXPECT_EQ(video.at("profile"), "Constrained Baseline");
-        const Fields sps = spsFields(work.output());
-        EXPECT_EQ(sps.at("constraint_set1_flag"), "1");
-        EXPECT_EQ(sps.at("video_full_range_flag"), "1");
+        const SpsFields sps = spsFields(work.output());
+        EXPECT_EQ(field(sps, "constraint_set1_flag"), "1");
+        EXPECT_EQ(field(sps, "video_full_range_flag"), "1");
     } else {
         EXPECT_EQ(video.at("codec_tag_string"), "hvc1");
+        EXPECT_NEAR(std::stod(video.at("bit_rate")), 100000, 50000);
         EXPECT_NEAR(std::stod(audio.at("bit_rate")), 64000, 16000);
     }
 
@@ -118,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
         // An end beyond the movie is its end; 16:9 comes out 2:1 and spherical.
         Reencode{"WideToTheEnd", Source::Wide, "-to:60 -vw:256", "Appned New GVF-BOX.\n", "h264", 90, 30, "48000", 0},
         // Audio below 44.1 kHz is resampled.
-        Reencode{"LowRateHevc", Source::LowRate, "-h265 -ki:15 -ab:64000",
+        Reencode{"LowRateHevc", Source::LowRate, "-h265 -ki:15 -vb:100000 -ab:64000",
                  "audio sampleRate: in: 32.000, out: 44.100/44.100\n", "hevc", 90, 15, "44100", 0}),
     [](const auto& p) { return std::string(p.param.name); });
 
