@@ -28,9 +28,7 @@ std::string exiftoolListing(const Bytes& block) {
     return "\n" + result.output;
 }
 
-bool hasTag(const std::string& listing, const std::string& group, const std::string& name, const std::string& value) {
-    return listing.find("\n[" + group + "] " + name + " : " + value + "\n") != std::string::npos;
-}
+bool contains(const std::string& text, const std::string& piece) { return text.find(piece) != std::string::npos; }
 
 TEST(MakerExifExiftool, BlocksAndPatchedBlocksReadWithoutWarnings) {
     using Patch = std::function<void(Bytes&)>;
@@ -65,15 +63,14 @@ TEST(MakerExifExiftool, BlocksAndPatchedBlocksReadWithoutWarnings) {
         for (const auto& [name, block] : blocks) {
             SCOPED_TRACE(name + (order == ByteOrder::Big ? ", big-endian" : ", little-endian"));
             const std::string listing = exiftoolListing(block);
-            EXPECT_FALSE(listing.find("Warning") != std::string::npos) << listing;
-            EXPECT_TRUE(hasTag(listing, "File", "ExifByteOrder",
-                               order == ByteOrder::Big ? "Big-endian (Motorola, MM)" : "Little-endian (Intel, II)"))
-                << listing;
-            EXPECT_TRUE(hasTag(listing, "IFD0", "Model", "KORVA PANOX D")) << listing;
-            EXPECT_TRUE(hasTag(listing, "IFD0", "Software", "PANOX D 1.20")) << listing;
-            EXPECT_TRUE(hasTag(listing, "ExifIFD", "ExifVersion", "0230")) << listing;
-            EXPECT_TRUE(hasTag(listing, "MakerUnknown", "Unknown_0x0002", "KPD-0002")) << listing;
-            EXPECT_TRUE(hasTag(listing, "MakerUnknown", "Unknown_0x0005", "SN 00042")) << listing;
+            EXPECT_EQ(listing.find("Warning"), std::string::npos) << listing;
+            for (const std::string& tag : std::vector<std::string>{
+                     order == ByteOrder::Big ? "[File] ExifByteOrder : Big-endian (Motorola, MM)"
+                                             : "[File] ExifByteOrder : Little-endian (Intel, II)",
+                     "[IFD0] Model : KORVA PANOX D", "[IFD0] Software : PANOX D 1.20", "[ExifIFD] ExifVersion : 0230",
+                     "[MakerUnknown] Unknown_0x0002 : KPD-0002", "[MakerUnknown] Unknown_0x0005 : SN 00042"}) {
+                EXPECT_TRUE(contains(listing, "\n" + tag + "\n")) << tag << "\n" << listing;
+            }
         }
     }
 }
