@@ -1,12 +1,15 @@
 #pragma once
 
 // Source movies for running the tavrel command end to end, made once per
-// test program (ffmpeg, then dressed as each camera generation writes its
-// movies), and a working directory per test that checks, when it goes
-// away, that the run lost nothing: the source keeps its bytes and no
-// temporary file is left.
+// build (ffmpeg, then dressed as each camera generation writes its movies);
+// a working directory per test that checks, when it goes away, that the run
+// lost nothing: the source keeps its bytes and no temporary file is left;
+// and what independent programs (ffmpeg, ffprobe, exiftool, sha256sum) read
+// from a movie.
 #include <filesystem>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "support/run_command.h"
 #include "support/test_files.h"
@@ -35,19 +38,11 @@ enum class Source {
 const std::filesystem::path& sourceMovie(Source source);
 // "A10MoovFirst" for Source::A10MoovFirst.
 std::string sourceName(Source source);
-// The model text the source carries; empty for the non-camera movies.
-std::string modelOf(Source source);
+bool isNewest(Source source);
 
-// The spatial audio of the newest sources.
 constexpr uint32_t kSpatialRate = 1000;
 constexpr uint32_t kSpatialSampleSize = 8;
 constexpr uint32_t kSensorRecords = 90;
-
-// The sources' creation time in every header of an output made from one,
-// and as its spherical XML's time stamp.
-void expectSourcesCreationTime(const std::filesystem::path& output);
-
-std::filesystem::path tavrelExecutable();
 
 class Workspace {
 public:
@@ -68,7 +63,7 @@ public:
     // directory; standard output and standard error together.
     testsupport::CommandResult run(const std::string& arguments) const;
     // "source.mp4 out.mp4" and the options.
-    testsupport::CommandResult convert(const std::string& options = "") const;
+    testsupport::CommandResult convert(const std::string& options = "") const { return run("source.mp4 out.mp4 " + options); }
 
 private:
     testsupport::TempDir dir_;
@@ -76,5 +71,39 @@ private:
 };
 
 bool contains(const std::string& text, const std::string& piece);
+std::filesystem::path tavrelExecutable();
+// A tool built under tools/, e.g. "tavrel-dump".
+std::string toolCommand(const std::string& name);
+
+using Fields = std::map<std::string, std::string>;
+
+// "stream,hash" of every packet of every stream, in ffmpeg's order (the
+// packet's bytes alone: side data such as the spherical mapping is not
+// part of it).
+std::vector<std::string> packetHashes(const std::filesystem::path& movie);
+// ffprobe's stream fields (codec_name, profile, width, ...) of one stream,
+// e.g. "v:0" or "a:0"; the first of a repeated key wins.
+Fields streamFields(const std::filesystem::path& movie, const std::string& stream);
+double durationSeconds(const std::filesystem::path& movie);
+// Indices of the key-frame packets of the first video stream, and the
+// number of its packets.
+std::vector<int> keyFrameIndices(const std::filesystem::path& movie, int& packets);
+// The first sequence parameter set as FFmpeg's trace_headers filter reads
+// it: (name, value) in syntax order, without the padding after the stop bit.
+using SpsFields = std::vector<std::pair<std::string, std::string>>;
+SpsFields spsFields(const std::filesystem::path& movie);
+std::string field(const SpsFields& fields, const std::string& name);
+// What decoding every stream prints at the error level: nothing for a
+// clean movie.
+std::string decodeErrors(const std::filesystem::path& movie);
+// exiftool -s3 with the given tags (and options): one value per line.
+std::string exiftoolValues(const std::filesystem::path& file, const std::string& tags);
+std::string sha256(const std::filesystem::path& file);
+
+// The sources' creation time in every header of an output made from one,
+// and as its spherical XML's time stamp.
+void expectSourcesCreationTime(const std::filesystem::path& output);
+// A decodable JPEG of the given size.
+void expectJpeg(const std::filesystem::path& jpeg, const std::string& width, const std::string& height);
 
 }  // namespace e2e

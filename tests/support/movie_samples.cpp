@@ -2,10 +2,7 @@
 
 #include "mp4/container.h"
 #include "mp4/sample_table_boxes.h"
-#include "tools/builders/box_builder.h"
 #include "support/test_files.h"
-
-using namespace builders;
 
 namespace testsupport {
 
@@ -17,37 +14,30 @@ struct Tables {
     std::vector<MP4::STSC::Entry> stsc;
 };
 
-uint64_t be(const std::string& bytes, uint64_t at, unsigned width) {
-    uint64_t v = 0;
-    for (unsigned i = 0; i < width; ++i) v = (v << 8) | uint8_t(bytes[at + i]);
-    return v;
-}
-
-std::vector<Tables> readTables(const std::filesystem::path& movie) {
-    const std::string bytes = readFile(movie);
+// Each track's tables; the chunk offsets read from the file's bytes.
+std::vector<Tables> readTables(const std::filesystem::path& movie, const std::string& bytes) {
     MP4::Container container;
     container.attach(widen(movie.string()));
     std::vector<Tables> tracks;
     container.find("moov.trak", [&](MP4::BOX& trak) {
-        Tables t;
+        Tables& t = tracks.emplace_back();
         static_cast<MP4::NestedBox&>(trak).find("mdia.minf.stbl", [&](MP4::BOX& stbl) {
             for (const auto& child : static_cast<MP4::NestedBox&>(stbl).children) {
                 if (auto* co = dynamic_cast<MP4::STCO*>(child.get())) {
-                    for (uint32_t i = 0; i < co->entryCount; ++i) {
-                        const uint64_t at = co->tableOffset + uint64_t(i) * co->entryWidth();
+                    for (uint64_t at = co->tableOffset, i = 0; i < co->entryCount; ++i, at += co->entryWidth()) {
                         if (at + co->entryWidth() > bytes.size()) break;
-                        t.offsets.push_back(be(bytes, at, co->entryWidth()));
+                        uint64_t v = 0;
+                        for (unsigned k = 0; k < co->entryWidth(); ++k) v = (v << 8) | uint8_t(bytes[at + k]);
+                        t.offsets.push_back(v);
                     }
                 } else if (auto* sz = dynamic_cast<MP4::STSZ*>(child.get())) {
-                    t.sizes = sz->sizes;
-                    if (sz->sampleSize != 0) t.sizes.assign(sz->sampleCount, sz->sampleSize);
+                    t.sizes = sz->sampleSize != 0 ? std::vector<uint32_t>(sz->sampleCount, sz->sampleSize) : sz->sizes;
                 } else if (auto* sc = dynamic_cast<MP4::STSC*>(child.get())) {
                     t.stsc = sc->entries;
                 }
             }
             return false;
         });
-        tracks.push_back(std::move(t));
         return true;
     });
     return tracks;
@@ -55,11 +45,10 @@ std::vector<Tables> readTables(const std::filesystem::path& movie) {
 
 }  // namespace
 
-std::vector<std::vector<std::string>> trackSamples(const std::filesystem::path& movie) {
+std::vector<std::string> allSamples(const std::filesystem::path& movie) {
     const std::string bytes = readFile(movie);
-    std::vector<std::vector<std::string>> out;
-    for (const Tables& t : readTables(movie)) {
-        std::vector<std::string> samples;
+    std::vector<std::string> samples;
+    for (const Tables& t : readTables(movie, bytes)) {
         size_t sample = 0;
         for (size_t chunk = 0; chunk < t.offsets.size(); ++chunk) {
             uint32_t perChunk = 0;
@@ -73,22 +62,13 @@ std::vector<std::vector<std::string>> trackSamples(const std::filesystem::path& 
                 at += size;
             }
         }
-        out.push_back(std::move(samples));
     }
-    return out;
-}
-
-std::vector<std::string> allSamples(const std::filesystem::path& movie) {
-    std::vector<std::string> flat;
-    for (auto& track : trackSamples(movie)) {
-        for (auto& s : track) flat.push_back(std::move(s));
-    }
-    return flat;
+    return samples;
 }
 
 std::vector<std::vector<uint64_t>> chunkOffsets(const std::filesystem::path& movie) {
     std::vector<std::vector<uint64_t>> out;
-    for (auto& t : readTables(movie)) out.push_back(std::move(t.offsets));
+    for (auto& t : readTables(movie, readFile(movie))) out.push_back(std::move(t.offsets));
     return out;
 }
 

@@ -9,11 +9,9 @@
 
 namespace testsupport {
 
-// The samples of each track in file order, tracks in the order of the moov;
-// a sample that lies outside the file comes back as "<outside>".
-std::vector<std::vector<std::string>> trackSamples(const std::filesystem::path& movie);
-
-// The same, one flat list: track 0's samples, then track 1's, ...
+// The samples of every track in file order, tracks in the order of the
+// moov: track 0's samples, then track 1's, ...; a sample that lies outside
+// the file comes back as "<outside>".
 std::vector<std::string> allSamples(const std::filesystem::path& movie);
 
 // The chunk offsets of every ordinary track, tracks in order.
