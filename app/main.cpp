@@ -1,10 +1,10 @@
 // tavrel [options] [source.mp4] [output.mp4]
 #include <chrono>
 #include <clocale>
-#include <exception>
 #include <memory>
 #include <vector>
 
+#include "app/caught.h"
 #include "app/option.h"
 #include "app/run_driver.h"
 #include "app/version.h"
@@ -14,20 +14,6 @@
 #include "foundation/wchar.h"
 
 namespace {
-
-// Whatever a step let escape ends the run with a line, never with an abort.
-bool runCaught(const Option& option) {
-    try {
-        return runJob(option);
-    } catch (const char* message) {
-        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(message).c_str());
-    } catch (const std::exception& error) {
-        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(error.what()).c_str());
-    } catch (...) {
-        QVMX::Console::out(L"unexpected error.\n");
-    }
-    return false;
-}
 
 int run(int argc, char** argv) {
     // The first arguments as wide strings, each in its own zero-filled array.
@@ -43,15 +29,8 @@ int run(int argc, char** argv) {
 
     const auto started = std::chrono::system_clock::now();
     Option option;
-    bool ok = false;
-    try {
-        ok = option.parse(argc, table);
-    } catch (const char* message) {
-        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(message).c_str());
-    } catch (const std::exception& error) {
-        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(error.what()).c_str());
-    }
-    if (!ok || !runCaught(option)) {
+    const bool ok = runCaught([&] { return option.parse(argc, table); });
+    if (!ok || !runCaught([&] { return runJob(option); })) {
         option.usage();
         return 1;
     }

@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <stdexcept>
 #include <vector>
 
+#include "app/caught.h"
 #include "app/option.h"
 #include "foundation/utility.h"
 #include "meta/media_services.h"
@@ -165,5 +167,19 @@ TEST(Utility, KillSendsTheTerminationSignalOnlyForALoneKillArgument) {
         exitCode = -1;
         EXPECT_TRUE(Utility::kill(2, args, exitCode));
         EXPECT_EQ(exitCode, 1);
+    }
+}
+
+TEST(RunCaught, WhateverAStepThrowsEndsItWithALineAndFalse) {
+    const std::vector<std::pair<std::function<bool()>, std::string>> steps = {
+        {[]() -> bool { throw std::out_of_range("vector::_M_range_check"); }, "vector::_M_range_check\n"},
+        {[]() -> bool { throw "Invalid EXIF."; }, "Invalid EXIF.\n"},
+        {[]() -> bool { throw 7; }, "unexpected error.\n"},
+        {[] { return true; }, ""},
+    };
+    for (const auto& [step, line] : steps) {
+        ConsoleCapture console;
+        EXPECT_EQ(runCaught(step), line.empty());
+        EXPECT_EQ(console.text(), line);
     }
 }
