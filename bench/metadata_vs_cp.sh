@@ -10,6 +10,10 @@
 # A fourth contender, "cp-chain", does with cp and mv what tavrel does with
 # the files (a copy into the output, then per further copy a temporary copy
 # renamed over it): tavrel against it is the cost of the copies themselves.
+# A relayout moves the media data by the movie box's size, so source and
+# output offsets are not page-aligned to each other; the kernel's copy is
+# slower then than cp's aligned one (about 0.31 s against 0.26 s per GiB,
+# measured with the same system call outside tavrel).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source bench/big_movie.sh
@@ -49,6 +53,7 @@ results=$work/results.txt
 # since a spherical box gives the first video packet some.
 packets() { ffmpeg -nostdin -v quiet -i "$1" -map 0 -c copy -f framemd5 - | grep -v '^#' | cut -d, -f1-6 | md5sum; }
 median() { python3 -c 'import json, sys; print(json.load(open(sys.argv[1]))[sys.argv[2]]["seconds"])' "$@"; }
+fastest() { python3 -c 'import json, sys; print(min(json.load(open(sys.argv[1]))[sys.argv[2]]["times"]))' "$@"; }
 # Every run's seconds, in order: the spread says how far to trust a median.
 spread() {
   python3 -c 'import json, sys
@@ -100,7 +105,7 @@ for layout in older-mdat-first older-moov-first newest; do
   {
     echo -n "$layout"
     for label in tavrel cp cp-chain ffmpeg; do echo -n " $(median "$work/times.json" "$label")"; done
-    echo " $copies $written $peak $kept"
+    echo " $copies $written $peak $kept $(fastest "$work/times.json" tavrel) $(fastest "$work/times.json" cp)"
   } >>"$results"
   eval "$before"
   rm -f "$src"
