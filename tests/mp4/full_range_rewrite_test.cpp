@@ -112,21 +112,13 @@ TEST(FullRangeRewrite, FlagsAlreadySetOrNoAvcCLeaveTheFileAlone) {
     EXPECT_EQ(none.bytes(), none.original);
 }
 
+// The reasons themselves are the parameter-set tests' business.
 TEST(FullRangeRewrite, UnreadableRecordsAreReportedAndTheFileKept) {
-    const Bytes good = vector("baseline_64x32");
-    Bytes noSps = good.substr(0, 6) + '\0', cutSps = good.substr(0, 8 + 6) + Bytes("\x01\x00\x00", 3),
-          huge = good;
+    Bytes noSps = vector("baseline_64x32").substr(0, 6) + '\0';
     noSps[5] = char(0xE0);
-    cutSps[7] = 6;
-    huge[6] = huge[7] = char(0xFF);
-    const std::pair<Bytes, std::string> cases[] = {
-        {good.substr(0, 5), "avcc.parse() failed: no more data\n"},
-        {noSps, "avcc.sps_parse() failed: no sequence parameter set\n"},
-        {cutSps, "avcc.sps_parse() failed: no more data\n"},
-        {huge, "avcc.parse() failed: no more data\n"}};
-    for (const auto& [avcC, message] : cases) {
+    for (const auto& [avcC, step] : {std::pair{noSps.substr(0, 5), "parse"}, std::pair{noSps, "sps_parse"}}) {
         MovieFile m(buildMovie({.avcC = avcC}));
-        EXPECT_EQ(rewrite(m), message);
+        EXPECT_EQ(rewrite(m).rfind(std::string("avcc.") + step + "() failed: ", 0), 0u);
         EXPECT_EQ(m.bytes(), m.original);
     }
 }
