@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <regex>
 #include <optional>
 
 #include "box_walk.h"
@@ -33,13 +33,7 @@ TEST(CommandLine, WithoutArgumentsTheImagesFolderIsProcessedAndTheTimeTaken) {
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_TRUE(contains(run.output, "key-frame interval: 30\nvideo bitrate: 6000000\n")) << run.output;
     // The last line: an empty line, then seconds with four decimals.
-    const size_t line = run.output.rfind('\n', run.output.size() - 2);
-    ASSERT_NE(line, std::string::npos);
-    EXPECT_EQ(run.output.substr(line - 1, 2), "\n\n");
-    double seconds = -1;
-    EXPECT_EQ(std::sscanf(run.output.c_str() + line + 1, "%lf", &seconds), 1) << run.output;
-    EXPECT_GE(seconds, 0.0);
-    EXPECT_EQ(run.output.substr(run.output.find('.', line) + 5), " [sec]\n");
+    EXPECT_TRUE(std::regex_search(run.output, std::regex("\n\n[0-9]+\\.[0-9]{4} \\[sec\\]\n$"))) << run.output;
     EXPECT_EQ(packetHashes(work.file("images/tavrel.mp4")), packetHashes(work.source()));
     EXPECT_EQ(readFile(work.file("images/source.mp4")), readFile(work.source()));
 }
@@ -125,12 +119,9 @@ std::vector<Refusal> refusals() {
     std::vector<Refusal> all = {
         {"Help", Source::Plain, "", "source.mp4 out.mp4 -h", "\nTavrel 2.4.0.2018.01.10\n  Copyright (c) 2026 the Tavrel developers. All rights reserved.\n" + kUsage + usedPaths},
         {"ViewWithOneValue", Source::Plain, "", "source.mp4 out.mp4 -view:1", "invalid arguments for -view:\n\nTavrel "},
-        {"OutputIsTheSource", Source::Plain, "", "source.mp4 source.mp4", "is the source movie itself"},
         {"OutputIsTheSourceDotted", Source::Plain, "", "source.mp4 ./source.mp4", "is the source movie itself"},
         {"OutputIsALinkToTheSource", Source::Plain, "", "source.mp4 link.mp4", "is the source movie itself"},
-        {"OutputIsTheSourceAbsolute", Source::Plain, "", "source.mp4 \"$PWD/source.mp4\"", "is the source movie itself"},
         {"OutputInAMissingFolder", Source::A10, "", "source.mp4 missing/out.mp4", kUsage},
-        {"OutputInAMissingFolderReencoding", Source::A10, "", "source.mp4 missing/out.mp4 -vw:256", kUsage},
         {"NewestWithItsMovieBoxFirst", Source::NewestMoovFirst, "", "source.mp4 out.mp4",
          "processing meta    4 40.00/100.00\nupdateMeta failed.\n"},
         {"StartAtTheEnd", Source::LowRate, "", "source.mp4 out.mp4 -ss:3", "process(source.mp4, out.mp4) failed.\n"},

@@ -110,16 +110,13 @@ void expectNewestCameraBoxes(const Workspace& work, bool roomForJpeg) {
             EXPECT_EQ(is, was);
         }
     }
-    const SpatialBlock before = readSpatialBlock(in, src), after = readSpatialBlock(out, top);
+    SpatialBlock before = readSpatialBlock(in, src), after = readSpatialBlock(out, top);
     ASSERT_TRUE(after.found);
     EXPECT_EQ(after.kdt9, std::make_pair(after.start, after.size));
     EXPECT_EQ(after.audio, before.audio);
-    EXPECT_EQ(after.sampleCount, 3 * kSpatialRate);
     ASSERT_FALSE(after.chunkOffsets.empty());
-    for (size_t i = 0; i < after.chunkOffsets.size(); ++i) {
-        EXPECT_EQ(after.chunkOffsets[i], after.audioStart + i * 1536 * kSpatialSampleSize);
-        EXPECT_LT(after.chunkOffsets[i], after.audioStart + after.audio.size());
-    }
+    for (auto& o : before.chunkOffsets) o += after.audioStart - before.audioStart;
+    EXPECT_EQ(after.chunkOffsets, before.chunkOffsets);
 }
 
 class MetadataPath : public testing::TestWithParam<MetadataRun> {};

@@ -23,11 +23,6 @@ TEST(ExifRead, TheBlockFormsAndByteOrders) {
     EXPECT_EQ(r.record.model, kModel);  // the NUL the count includes is kept
     EXPECT_FLOAT_EQ(r.record.heading, 123.45f);  // within +-45 degrees: the compass itself
     EXPECT_TRUE(r.record.videoStabilization == 4 && r.record.stabilizationFlag1);
-    // An empty PANOX IFD reads as nothing set.
-    const Read empty = readKMKN(makerExifBlock({.makerNote0005 = {}, .projectionType = {}, .panox0002 = {},
-                                                .zenith = {}, .compass = {}, .panox0005 = {},
-                                                .topBottomCorrection = {}}));
-    EXPECT_TRUE(empty.error == "(none)" && std::isnan(empty.record.heading));
     EXPECT_EQ(readKMKN(makerNoteBlock()).record.makerNote0002, Bytes("KPD-0002\0", 9));
 
     // Any mark but MM reads little-endian, and the first SHORT ends the read.

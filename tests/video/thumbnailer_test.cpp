@@ -57,8 +57,8 @@ TEST(RemoveAPPX, DropsTheRunOfApplicationSegmentsAndLeavesWhatItCannotTrust) {
 
     ByteArray one = bytes({0xFF});
     EXPECT_EQ(Thumbnailer::removeAPPX(one), 0u);
-    // Not after the start marker, not a JPEG, or a segment claiming more
-    // than is there: nothing is cut.
+    // Not after the start marker, not a JPEG, or a segment
+    // claiming more than is there: nothing is cut.
     for (const ByteArray& kept : {join({bytes({0xFF, 0xD8}), segment(0xDB, 4), segment(0xE1, 8)}),
                                   bytes({0xFF, 0xD9, 0xFF, 0xE0, 0x00, 0x02}),
                                   join({bytes({0xFF, 0xD8}), bytes({0xFF, 0xE0, 0x01, 0x00}), bytes({1, 2, 3})})}) {
