@@ -4,15 +4,11 @@
 #   bench/dump_vs_ffprobe.sh [RUNS]
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/common.sh
 runs=${1:-15}
 samples=200000
 
-bash tools/setup.sh
-cmake -S . -B build -G Ninja >/dev/null
-cmake --build build --target tavrel-dump >/dev/null
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+prepare_bench tavrel-dump
 ffmpeg -v error -f lavfi -i testsrc=size=16x16:rate=30 -frames:v 1 -pix_fmt yuv420p \
   -c:v libx264 -profile:v baseline "$work/idr.mp4"
 python3 bench/make_table_movie.py "$work/idr.mp4" "$work/tables.mp4" "$samples"

@@ -6,16 +6,11 @@
 # Goal: moovFirst within 1.3x of cp, and at least 2x faster than ffmpeg.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source bench/big_movie.sh
+source bench/common.sh
 runs=${1:-5}
 mib=${2:-1024}
 
-bash tools/setup.sh
-cmake -S . -B build -G Ninja >/dev/null
-cmake --build build --target tavrel-edit >/dev/null
-
-work=$(mktemp -d "${TMPDIR:-/tmp}/tavrel-bench-XXXXXX")
-trap 'rm -rf "$work"' EXIT
+prepare_bench tavrel-edit
 
 big_movie "$work/big.mp4" "$mib" 1280x720
 echo "movie: $(stat -c %s "$work/big.mp4") bytes"

@@ -6,17 +6,13 @@
 #   bench/transcode_vs_ffmpeg.sh [RUNS]
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/common.sh
 runs=${1:-5}
 bitrate=8000000
 keyint=30
 size=1920x960
 
-bash tools/setup.sh
-cmake -S . -B build -G Ninja >/dev/null
-cmake --build build --target tavrel-transcode >/dev/null
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+prepare_bench tavrel-transcode
 ffmpeg -nostdin -v error -f lavfi -i "testsrc2=size=$size:rate=30" \
   -f lavfi -i "sine=frequency=440:sample_rate=48000" -f lavfi -i "sine=frequency=660:sample_rate=48000" \
   -filter_complex "[1:a][2:a]amerge=inputs=2[a]" -map 0:v -map "[a]" -t 10 \

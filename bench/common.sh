@@ -1,4 +1,16 @@
-# Sourced by the benchmarks: big_movie OUT MIB [SIZE] writes a movie of MIB
+# Sourced by the benchmarks.
+
+# Installs what is missing, configures the ordinary build and builds the
+# given targets; then makes the work folder $work, removed on exit.
+prepare_bench() {
+  bash tools/setup.sh
+  cmake -S . -B build -G Ninja >/dev/null
+  cmake --build build --target "$@" >/dev/null
+  work=$(mktemp -d "${TMPDIR:-/tmp}/tavrel-bench-XXXXXX")
+  trap 'rm -rf "$work"' EXIT
+}
+
+# big_movie OUT MIB [SIZE] writes a movie of MIB
 # MiB by looping (stream copy) a four-second lossless clip with AAC audio,
 # so no gigabyte is ever encoded. The mp4 muxer writes the movie box last.
 big_movie() {
