@@ -5,8 +5,6 @@
 #include "video/thumbnailer.h"
 #include "video/video_reader.h"
 
-namespace {
-
 bool describeMovie(const std::wstring& movie, MovieDescription& out) {
     QVMXVideoReader reader;
     QVMX::FrameSize size;
@@ -18,6 +16,8 @@ bool describeMovie(const std::wstring& movie, MovieDescription& out) {
     out.height = static_cast<int>(size.height);
     return true;
 }
+
+namespace {
 
 bool thumbnailBytes(const std::wstring& movie, ByteArray& out, int width, size_t target) {
     Thumbnailer thumbnailer(movie);

@@ -13,8 +13,8 @@
 #include "tools/dump_camera.h"
 #include "tools/dump_h264.h"
 #include "tools/dump_summary.h"
-#ifdef TAVREL_VIDEO_SERVICES
-#include "app/video_services.h"
+#ifdef TAVREL_MEDIA_PLUGIN
+#include "tools/media_plugin.h"
 #endif
 
 namespace {
@@ -53,10 +53,10 @@ int dumpFile(const std::wstring& path) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
-#ifdef TAVREL_VIDEO_SERVICES
-    installVideoServices();
-#endif
     const bool summary = argc >= 2 && std::string(argv[1]) == "--summary";
+#ifdef TAVREL_MEDIA_PLUGIN
+    if (summary) loadMediaPlugin();
+#endif
     const int first = summary ? 2 : 1;
     if (argc <= first) {
         QVMX::Console::out(L"usage: tavrel-dump [--summary] FILE...\n");
