@@ -2,6 +2,7 @@
 // loads only when a summary asks for it: the dump itself then starts without
 // the media libraries, whose loading costs more than parsing a movie.
 #include <string>
+#include <type_traits>
 
 #include "app/video_services.h"
 #include "foundation/wchar.h"
@@ -17,3 +18,6 @@ extern "C" __attribute__((visibility("default"))) int tavrel_describe_movie(cons
     *height = description.height;
     return 1;
 }
+
+// The loader calls it through this type.
+static_assert(std::is_same_v<decltype(&tavrel_describe_movie), DescribeMovieFn>);
