@@ -12,44 +12,44 @@
 
 namespace cameramovie {
 
-namespace ts = builders;
+using namespace builders;
 
 namespace {
 
 constexpr uint32_t kSpatialRate = 1000;  // samples per second of the built track
 constexpr uint32_t kSpatialSampleSize = 8;
 
-ts::Bytes userData(const Dressing& d) {
-    ts::Bytes children;
-    if (!d.model.empty()) children += ts::box("@mod", d.model);
+Bytes userData(const Dressing& d) {
+    Bytes children;
+    if (!d.model.empty()) children += box("@mod", d.model);
     if (d.makerRecord) {
-        ts::MakerExif exif;
+        MakerExif exif;
         exif.model = d.model.empty() ? "KORVA PANOX" : d.model;
         exif.projectionType = d.projectionType;
-        children += ts::kmknBox(ts::makerExifBlock(exif));
+        children += kmknBox(makerExifBlock(exif));
     }
-    if (!d.location.empty()) children += ts::box("@xyz", d.location);
-    if (d.badLoci) children += ts::box("loci", ts::Bytes(20, '\0'));
-    if (d.sensorRecords > 0) children += ts::cameraSensorBoxes(d.sensorRecords);
-    if (d.thumbnailBytes > 0) children += ts::box("KTHU", ts::Bytes(d.thumbnailBytes, '\0'));
+    if (!d.location.empty()) children += box("@xyz", d.location);
+    if (d.badLoci) children += box("loci", Bytes(20, '\0'));
+    if (d.sensorRecords > 0) children += cameraSensorBoxes(d.sensorRecords);
+    if (d.thumbnailBytes > 0) children += box("KTHU", Bytes(d.thumbnailBytes, '\0'));
     // The locator is filled in once the block has its place.
-    if (d.spatialSeconds > 0) children += ts::box("KDT9", ts::be64(0) + ts::be64(0) + ts::Bytes(16, '\0'));
-    return ts::box("udta", children);
+    if (d.spatialSeconds > 0) children += box("KDT9", be64(0) + be64(0) + Bytes(16, '\0'));
+    return box("udta", children);
 }
 
-bool appendFile(const std::string& path, const ts::Bytes& bytes) {
+bool appendFile(const std::string& path, const Bytes& bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::app);
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return static_cast<bool>(out.flush());
 }
 
-ts::Bytes axisPayload(size_t records) {
-    ts::AxisPayload payload;
+Bytes axisPayload(size_t records) {
+    AxisPayload payload;
     payload.compassIndex = 0;
     for (size_t i = 0; i < records; ++i) {
         payload.records.push_back({int32_t(i % 360), 10, -5, uint32_t(33 * i)});
     }
-    return ts::axisPayloadV2(payload);
+    return axisPayloadV2(payload);
 }
 
 }  // namespace
@@ -91,20 +91,20 @@ bool dress(const std::string& movie, const std::string& out, const Dressing& d, 
         error = out + " must have its media data before its movie box";
         return false;
     }
-    const ts::Bytes udta = userData(d);
+    const Bytes udta = userData(d);
     if (!container.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size()))) {
         error = "cannot replace the user data of " + out;
         return false;
     }
     if (d.spatialSeconds > 0) {
         const uint64_t at = std::filesystem::file_size(out, code);
-        ts::SpatialShape shape;
+        SpatialShape shape;
         shape.timeScale = kSpatialRate;
         shape.sampleSize = kSpatialSampleSize;
         shape.samples = static_cast<uint32_t>(d.spatialSeconds * kSpatialRate);
         const uint64_t payload = at + 24 + 8;
-        const ts::Bytes kadt = ts::box("KADT", ts::spatialAudio(uint64_t(shape.samples) * shape.sampleSize));
-        if (code || !appendFile(out, ts::uuidBox(ts::kSpatialDataUuid, kadt + ts::katrBox(shape, payload)))) {
+        const Bytes kadt = box("KADT", spatialAudio(uint64_t(shape.samples) * shape.sampleSize));
+        if (code || !appendFile(out, uuidBox(kSpatialDataUuid, kadt + katrBox(shape, payload)))) {
             error = "cannot append the spatial data to " + out;
             return false;
         }
@@ -116,7 +116,7 @@ bool dress(const std::string& movie, const std::string& out, const Dressing& d, 
         }
     }
     if (d.axisRecords > 0) {
-        const ts::Bytes axis = axisPayload(d.axisRecords);
+        const Bytes axis = axisPayload(d.axisRecords);
         if (!container.appendAxis(axis)) {
             error = "cannot append the AXIS box to " + out;
             return false;
