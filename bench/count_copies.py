@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
-"""Counts the full-file copies in an `strace -f -e trace=openat,pwrite64,write`
-log of one run: every file the run created for writing is one copy (the
-output, each temporary rewrite); the bytes it wrote, over the source's size,
-say the same thing from the other side.
+"""Counts the full-file copies in an
+`strace -f -e trace=openat,pwrite64,write,copy_file_range,splice` log of one
+run: every file the run created for writing is one copy (the output, each
+temporary rewrite); the bytes it wrote (by writes, in-kernel copies, and
+splices out of a pipe into a file), over the source's size, say the same thing
+from the other side.
 
 usage: count_copies.py STRACE_LOG SOURCE_BYTES   -> prints "COPIES WRITTEN/SIZE"
 """
@@ -11,6 +13,8 @@ import sys
 
 CREATE = re.compile(r'openat\([^,]+, "([^"]+)", [^)]*O_CREAT[^)]*\) = \d+')
 WRITE = re.compile(r'\b(pwrite64|write)\((\d+), .* = (\d+)$')
+KERNEL_COPY = re.compile(r'\bcopy_file_range\(\d+, \[\d+\], (\d+), .* = (\d+)$')
+SPLICE_OUT = re.compile(r'\bsplice\(\d+, NULL, (\d+), \[\d+\], .* = (\d+)$')
 
 
 def main():
@@ -25,6 +29,9 @@ def main():
             match = WRITE.search(line)
             if match and int(match.group(2)) > 2:
                 written += int(match.group(3))
+            match = KERNEL_COPY.search(line) or SPLICE_OUT.search(line)
+            if match and int(match.group(1)) > 2:
+                written += int(match.group(2))
     print(created, f"{written / size:.2f}")
 
 

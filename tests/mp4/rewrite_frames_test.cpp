@@ -184,24 +184,31 @@ TEST(InsertBox, ABoxRunningPastTheFileIsNeverCopied) {
     EXPECT_FALSE(m.temporaryLeft());
 }
 
-TEST(CopyBytes, UnalignedOffsetsAndShortSourcesCopyExactly) {
+TEST(CopyBytes, AnyOffsetsAndShortSourcesCopyExactly) {
     constexpr uint64_t kSize = (3u << 20) + 123;
-    TempDir dir;
     const std::string source = pattern(kSize + 1000);
-    writeFile(dir.file("in"), source);
-    writeFile(dir.file("out"), std::string(777, 'x'));
-    {
-        QVMX::FileIO from(dir.wfile("in"), 'r');
-        QVMX::FileIO to(dir.wfile("out"), 'a');
-        ASSERT_TRUE(from.seek_set(1000) && to.seek_set(777));
-        EXPECT_EQ(MP4::copyBytes(from, to, kSize), kSize);
-        EXPECT_EQ(to.position(), 777 + kSize);
-        // The source has run out: what is there is copied and the copy stops.
-        ASSERT_TRUE(from.seek_set(kSize - 4000));
-        EXPECT_EQ(MP4::copyBytes(from, to, kSize), 5000u);
-        EXPECT_EQ(from.position(), kSize + 1000);
+    // Offsets that differ within a page, congruent ones, and an output that
+    // starts just short of a 64 KiB boundary take different ways through
+    // the copy.
+    for (const auto& [inAt, outAt] : {std::pair<uint64_t, uint64_t>{1000, 777}, {1000, 1000 + 3 * 4096},
+                                      {1000, 65536 - 100}}) {
+        SCOPED_TRACE(std::to_string(inAt) + " -> " + std::to_string(outAt));
+        TempDir dir;
+        writeFile(dir.file("in"), source);
+        writeFile(dir.file("out"), std::string(outAt, 'x'));
+        const uint64_t size = kSize + 1000 - inAt;
+        {
+            QVMX::FileIO from(dir.wfile("in"), 'r');
+            QVMX::FileIO to(dir.wfile("out"), 'a');
+            ASSERT_TRUE(from.seek_set(inAt) && to.seek_set(outAt));
+            EXPECT_EQ(MP4::copyBytes(from, to, size), size);
+            EXPECT_EQ(to.position(), outAt + size);
+            // The source has run out: what is there is copied and the copy stops.
+            ASSERT_TRUE(from.seek_set(kSize - 4000));
+            EXPECT_EQ(MP4::copyBytes(from, to, kSize), 5000u);
+            EXPECT_EQ(from.position(), kSize + 1000);
+        }
+        EXPECT_EQ(readFile(dir.file("out")),
+                  std::string(outAt, 'x') + source.substr(inAt) + source.substr(kSize - 4000));
     }
-    EXPECT_EQ(readFile(dir.file("out")),
-              std::string(777, 'x') + source.substr(1000) + source.substr(kSize - 4000));
-
 }
