@@ -20,8 +20,8 @@ namespace {
 // blocks). With offsets that differ within a page, its internal 64 KiB pipe
 // carries a little less than 64 KiB per step, the output drifts off those
 // boundaries and the copy took 1.2-1.3 times as long. Splicing through a
-// pipe of our own, in steps that keep the output on the boundaries, ran at
-// cp's speed whatever the offsets. Copies through user memory were as fast
+// pipe of our own, in steps that keep the output on the boundaries, came
+// within a few percent of cp whatever the offsets. Copies through user memory were as fast
 // when all went well, but writes of 512 KiB stalled for up to seven times as
 // long whenever the page cache had to find large blocks of free memory;
 // writes of at most 128 KiB stayed within half again of the best time.
