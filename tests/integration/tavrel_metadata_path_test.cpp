@@ -5,6 +5,7 @@
 
 #include "box_walk.h"
 #include "tavrel_fixture.h"
+#include "tools/camera_movie/camera_movie.h"
 
 namespace e2e {
 namespace {
@@ -174,6 +175,27 @@ INSTANTIATE_TEST_SUITE_P(
                     MetadataRun{Source::Wide, "-thumb:missing/first.jpg",
                                 {"MP4: Not a spherical video.\n", "thumbnailer(missing/first.jpg) failed.\n"}, "false\n"}),
     nameOf);
+
+// South, west and below the sea: every sign survives into the XMP packet
+// and the location boxes as exiftool reads them.
+TEST(MetadataPathPosition, SouthWestBelowSeaLevelKeepsItsSigns) {
+    for (const bool newest : {false, true}) {
+        SCOPED_TRACE(newest ? "newest" : "older");
+        Workspace work;
+        cameramovie::Dressing dressing =
+            newest ? cameramovie::newestCamera(kSensorRecords, 3.0) : cameramovie::olderCamera("KORVA PANOX B", false);
+        dressing.location = "-33.8568-151.2153-012.500/";
+        std::string error;
+        ASSERT_TRUE(cameramovie::dress(sourceMovie(Source::Plain).string(), work.source().string(), dressing, error))
+            << error;
+        const auto run = work.convert();
+        ASSERT_EQ(run.status, 0) << run.output;
+        EXPECT_EQ(exiftoolValues(work.output(),
+                                 "-c %+.4f -XMP-exif:GPSLatitude -XMP-exif:GPSLongitude -QuickTime:GPSCoordinates"),
+                  "-33.8568\n-151.2153\n-33.8568, -151.2153" +
+                      std::string(newest ? ", 12.5 m Below Sea Level" : "") + "\n");
+    }
+}
 
 // A second run over an output finds every box there already and adds none;
 // a movie that lacks only the XMP packet gets it in a complete output, and
