@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "geo/gps_info.h"
+#include "box_walk.h"
 #include "mp4/container.h"
 #include "support/movie_file.h"
 #include "tavrel_fixture.h"
@@ -54,5 +55,42 @@ TEST(Oracle, EveryEditInPlaceKeepsEveryPacket) {
         }
         EXPECT_FALSE(m.container.isMdatFirst());
         EXPECT_FALSE(m.temporaryLeft());
+    }
+}
+
+// The benchmarks' one-edit tool: the edit lands in the named output with every
+// packet, the source stays as it was, and what it cannot do ends in exit 1
+// without an output.
+TEST(TavrelEdit, EditsIntoTheOutputAndRefusesWhatItCannotDo) {
+    e2e::Workspace work(e2e::Source::A10);
+    const auto edit = [&](const std::string& arguments) {
+        return runCommand("cd " + shellQuote(work.dir().string()) + " && " + e2e::toolCommand("tavrel-edit") + " " +
+                              arguments,
+                          true);
+    };
+    const auto moved = edit("moovfirst source.mp4 moved.mp4");
+    ASSERT_EQ(moved.status, 0) << moved.output;
+    const auto top = e2e::walkBoxes(readFile(work.file("moved.mp4")));
+    ASSERT_FALSE(top.empty());
+    const auto moov = e2e::findBoxes(top, "moov"), mdat = e2e::findBoxes(top, "mdat");
+    ASSERT_EQ(moov.size() + mdat.size(), 2u);
+    EXPECT_LT(moov[0]->start, mdat[0]->start);
+    EXPECT_EQ(e2e::packetHashes(work.file("moved.mp4")), e2e::packetHashes(work.source()));
+
+    const std::pair<const char*, const char*> refused[] = {
+        {"frobnicate source.mp4 x.mp4", "usage: tavrel-edit"},
+        {"moovfirst source.mp4", "usage: tavrel-edit"},
+        {"xmp source.mp4 x.mp4", "usage: tavrel-edit"},
+        {"xmp source.mp4 x.mp4 missing.xml", "tavrel-edit: cannot read missing.xml"},
+        {"moovfirst missing.mp4 x.mp4", "open(missing.mp4, 'r') failed."},
+        {"moovfirst junk.mp4 x.mp4", "tavrel-edit: moovfirst failed."},
+    };
+    writeFile(work.file("junk.mp4"), "no boxes here");
+    for (const auto& [arguments, says] : refused) {
+        SCOPED_TRACE(arguments);
+        const auto run = edit(arguments);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_TRUE(e2e::contains(run.output, says)) << run.output;
+        EXPECT_FALSE(std::filesystem::exists(work.file("x.mp4")));
     }
 }
