@@ -5,6 +5,7 @@
 
 #include "foundation/wchar.h"
 #include "video/ffmpeg.h"
+#include "video/first_frame.h"
 #include "video/frame_converter.h"
 #include "video/movie_file.h"
 
@@ -32,7 +33,7 @@ std::unique_ptr<QVMX::StillImage> buildFrame(const std::wstring& moviePath, QVMX
     if (!format) return nullptr;
     const int index = QVMX::firstStreamOf(format.get(), AVMEDIA_TYPE_VIDEO);
     if (index < 0) return nullptr;
-    ff::FramePtr frame = QVMX::decodeFirstFrame(format.get(), index);
+    ff::FramePtr frame = QVMX::firstVideoFrame(path, format.get(), index);
     if (!frame || frame->width < 1 || frame->height < 1) return nullptr;
 
     int width, height;

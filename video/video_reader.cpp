@@ -5,6 +5,7 @@
 
 #include "video/audio_mix.h"
 #include "video/ffmpeg.h"
+#include "video/first_frame.h"
 #include "video/frame_converter.h"
 #include "video/movie_file.h"
 #include "video/packet_source.h"
@@ -71,7 +72,7 @@ bool QVMXVideoReader::describeSource(const std::string& url, QVMX::FrameSize& si
     const int audioIndex = QVMX::firstStreamOf(format.get(), AVMEDIA_TYPE_AUDIO);
     audioSampleRate = audioIndex >= 0 ? static_cast<float>(format->streams[audioIndex]->codecpar->sample_rate) : 0.0f;
     // The decoded picture decides the size, not what the track declares.
-    if (ff::FramePtr first = QVMX::decodeFirstFrame(format.get(), videoIndex)) {
+    if (ff::FramePtr first = QVMX::firstVideoFrame(url, format.get(), videoIndex)) {
         size.width = first->width;
         size.height = first->height;
     }
@@ -86,6 +87,8 @@ bool QVMXVideoReader::start(const std::string& url, QVMX::FrameSize playSize,
                             const QVMX::MediaTimeRange& timeRange) {
     assetReader_.reset();
     status_ = kUnknown;
+    // Reading the whole movie needs the memory more than a kept first frame.
+    QVMX::forgetFirstVideoFrame();
     auto session = std::make_unique<Session>();
     std::string error;
     session->format = QVMX::openMovie(url, error);
