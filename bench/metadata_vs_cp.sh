@@ -12,7 +12,7 @@
 # renamed over it): tavrel against it is the cost of the copies themselves.
 # On the older layouts the boxes added to the movie box move the media data
 # by a few hundred bytes, so tavrel's one copy is a copy to a shifted offset
-# (mp4/byte_copy.cpp says how it keeps that as fast as cp's).
+# (mp4/byte_copy.cpp says how it keeps that close to cp's speed).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source bench/common.sh
