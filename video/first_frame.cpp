@@ -61,6 +61,14 @@ ff::FramePtr firstVideoFrame(const std::string& path, AVFormatContext* format, i
     return frame;
 }
 
+ff::FramePtr keptFirstVideoFrame(const std::string& path) {
+    FileIdentity file;
+    if (!identify(path, file)) return nullptr;
+    std::lock_guard<std::mutex> hold(keptLock());
+    const KeptFrame& last = kept();
+    return last.frame && last.file == file ? share(last.frame.get()) : nullptr;
+}
+
 void forgetFirstVideoFrame() {
     std::lock_guard<std::mutex> hold(keptLock());
     kept() = KeptFrame{};

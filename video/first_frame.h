@@ -14,6 +14,10 @@ namespace QVMX {
 // about 30 ms. The answer shares its pixels with the kept one: read only.
 ff::FramePtr firstVideoFrame(const std::string& path, AVFormatContext* format, int streamIndex);
 
+// The kept picture when it is path's and the file is unchanged, without
+// opening the movie; nullptr otherwise.
+ff::FramePtr keptFirstVideoFrame(const std::string& path);
+
 // Lets the kept picture go, for a run about to need the memory.
 void forgetFirstVideoFrame();
 

@@ -28,12 +28,17 @@ void fitInside(int width, int height, QVMX::FrameSize box, int& outWidth, int& o
 std::unique_ptr<QVMX::StillImage> buildFrame(const std::wstring& moviePath, QVMX::FrameSize maximumSize) {
     namespace ff = QVMX::ff;
     const std::string path = QVMX::wchar::wcs2mbs(moviePath);
-    std::string error;
-    ff::InputPtr format = QVMX::openMovieHeaders(path.c_str(), error);
-    if (!format) return nullptr;
-    const int index = QVMX::firstStreamOf(format.get(), AVMEDIA_TYPE_VIDEO);
-    if (index < 0) return nullptr;
-    ff::FramePtr frame = QVMX::firstVideoFrame(path, format.get(), index);
+    // The probe has usually decoded this frame already: then the movie need
+    // not be opened again.
+    ff::FramePtr frame = QVMX::keptFirstVideoFrame(path);
+    if (!frame) {
+        std::string error;
+        ff::InputPtr format = QVMX::openMovieHeaders(path.c_str(), error);
+        if (!format) return nullptr;
+        const int index = QVMX::firstStreamOf(format.get(), AVMEDIA_TYPE_VIDEO);
+        if (index < 0) return nullptr;
+        frame = QVMX::firstVideoFrame(path, format.get(), index);
+    }
     if (!frame || frame->width < 1 || frame->height < 1) return nullptr;
 
     int width, height;

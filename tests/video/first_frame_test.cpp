@@ -32,16 +32,21 @@ TEST(FirstVideoFrame, IsSharedWhileTheFileStaysAndDecodedAnewWhenItChanges) {
     const auto again = firstFrameOf(movie);
     ASSERT_TRUE(again);
     EXPECT_EQ(again->data[0], first->data[0]);
+    const auto kept = QVMX::keptFirstVideoFrame(movie.string());
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept->data[0], first->data[0]);
 
     // Another movie renamed over the same path is another file.
     videotest::Fixture wider = small;
     wider.width = 160;
     std::filesystem::rename(videotest::makeMovie(dir.path(), "wider.mp4", wider), movie);
+    EXPECT_FALSE(QVMX::keptFirstVideoFrame(movie.string()));
     const auto replaced = firstFrameOf(movie);
     ASSERT_TRUE(replaced);
     EXPECT_EQ(replaced->width, 160);
 
     QVMX::forgetFirstVideoFrame();
+    EXPECT_FALSE(QVMX::keptFirstVideoFrame(movie.string()));
     const auto decoded = firstFrameOf(movie);
     ASSERT_TRUE(decoded);
     EXPECT_NE(decoded->data[0], replaced->data[0]);
