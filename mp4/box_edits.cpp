@@ -129,24 +129,21 @@ bool Relayout::assign(const std::vector<const BOX*>& order, const std::vector<Bo
 }
 
 uint64_t Relayout::where(uint64_t offset) const {
+    uint64_t to = offset;
+    return find(offset, to) ? to : offset;
+}
+
+bool Relayout::find(uint64_t offset, uint64_t& to) const {
     for (const auto& p : pieces) {
         if (offset < p.box->start || offset >= p.box->end()) continue;
         int64_t shift = 0;
         for (const BoxEdit* e : p.edits) {
             if (e->to <= offset) shift += e->delta();
         }
-        return p.newStart + (offset - p.box->start) + static_cast<uint64_t>(shift);
+        to = p.newStart + (offset - p.box->start) + static_cast<uint64_t>(shift);
+        return true;
     }
-    return offset;
-}
-
-int64_t Relayout::growthBefore(const BOX* box) const {
-    int64_t growth = 0;
-    for (const auto& p : pieces) {
-        if (p.box == box) break;
-        for (const BoxEdit* e : p.edits) growth += e->delta();
-    }
-    return growth;
+    return false;
 }
 
 bool Relayout::copy(BinFile& source, BinFile& destination) const {

@@ -76,8 +76,8 @@ struct Relayout {
     // Where a source offset inside one of the pieces lands; the offset itself
     // when it is in none.
     uint64_t where(uint64_t offset) const;
-    // The sum of the deltas of the edits in the pieces before box.
-    int64_t growthBefore(const BOX* box) const;
+    // The same, false when the offset lies in none of the pieces.
+    bool find(uint64_t offset, uint64_t& to) const;
     bool copy(BinFile& source, BinFile& destination) const;
 };
 

@@ -11,11 +11,6 @@
 
 namespace MP4 {
 
-namespace {
-constexpr const char* kTrackTables = "moov.trak.mdia.minf.stbl";
-constexpr const char* kSpatialTables = "uuid.KATR.mdia.minf.stbl";
-}  // namespace
-
 bool Container::insertBox(const std::wstring& name, const BOX& box, bool replace,
                           const EditFn& writeFn, const FixFn& fixA, const FixFn& fixB) {
     const uint64_t start = box.start;
@@ -77,27 +72,18 @@ bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits
         return copyWithEdits(source, destination, edits, position);
     };
     const FixFn grow = [&edits](Container&, BinFile& file) { return resizeHolders(file, edits); };
-    // Chunk offsets move with the data they point into: the media data, and
-    // the spatial-data block, each when it lies after the edited box. A box
-    // that was removed leaves its start to whatever followed it, so data
-    // starting exactly there followed it too.
-    const FixFn shift = [&edits](Container& fixed, BinFile& file) {
-        int64_t media = 0;
-        int64_t spatial = 0;
-        const BOX* mdat = fixed.mdat();
-        const BOX* block = fixed.spatialDataBlock();
-        for (const auto& e : edits) {
-            const uint64_t anchor = movedOffset(edits, e.anchor);
-            if (mdat != nullptr && mdat->start >= anchor) media += e.delta();
-            if (block != nullptr && block->start >= anchor) spatial += e.delta();
-        }
-        bool found = false;
-        if (media != 0 && !fixed.shiftChunkOffsets(file, kTrackTables, media, found)) return false;
-        if (spatial != 0 && (!fixed.shiftChunkOffsets(file, kSpatialTables, spatial, found) ||
-                             !fixed.followSpatialBlock(file, block->start - spatial))) {
-            return false;
-        }
-        return true;
+    // Every chunk offset moves with the bytes it points at, and the
+    // spatial-data locator follows its block.
+    const BOX* block = spatialDataBlock();
+    const uint64_t blockStart = block != nullptr ? block->start : 0;
+    const FixFn shift = [&edits, block, blockStart](Container& fixed, BinFile& file) {
+        const OffsetMap where = [&edits](uint64_t from, uint64_t& to) {
+            to = movedOffset(edits, from);
+            return true;
+        };
+        if (!fixed.followChunks(file, where)) return false;
+        return block == nullptr || movedOffset(edits, blockStart) == blockStart ||
+               fixed.followSpatialBlock(file, blockStart);
     };
     return modifyContainer(name, copy, grow, shift);
 }

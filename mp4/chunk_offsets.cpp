@@ -24,9 +24,10 @@ bool shifted(uint64_t value, int64_t delta, uint64_t limit, uint64_t& out) {
     return out <= limit;
 }
 
-// Adds delta to every entry of one table (or, with write false, only checks
-// that every entry is there and lands inside the file in its entry width).
-bool shiftTable(BinFile& file, const STCO& table, int64_t delta, bool write) {
+// Maps every entry of one table through where (or, with write false, only
+// checks that every entry is there and that its new value fits the entry
+// width and the file).
+bool mapTable(BinFile& file, const STCO& table, const Container::OffsetMap& where, bool write) {
     const uint64_t width = table.entryWidth();
     const uint64_t length = file.length();
     const uint64_t end = std::min(heldEnd(table), length);
@@ -47,7 +48,7 @@ bool shiftTable(BinFile& file, const STCO& table, int64_t delta, bool write) {
             uint8_t* p = block.data() + i;
             const uint64_t value = width == 4 ? readBE32(p) : readBE64(p);
             uint64_t moved;
-            if (!shifted(value, delta, limit, moved)) return false;
+            if (!where(value, moved) || moved > limit) return false;
             for (uint64_t k = 0; k < width; ++k) p[k] = uint8_t(moved >> (8 * (width - 1 - k)));
         }
         if (write) {
@@ -78,7 +79,7 @@ bool Container::modifyBoxSize(BinFile& file, const BOX& box, int64_t delta) {
     return ok;
 }
 
-bool Container::shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found) {
+bool Container::mapChunkOffsets(BinFile& file, const char* stblPath, const OffsetMap& where, bool& found) {
     std::vector<const STCO*> tables;
     for (const char* leaf : {".stco", ".co64"}) {
         find(std::string(stblPath) + leaf, [&tables](BOX& box) {
@@ -90,23 +91,34 @@ bool Container::shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t d
     // Every table is checked before the first is written, so a bad one
     // leaves all of them as they were.
     for (const STCO* table : tables) {
-        if (!shiftTable(file, *table, delta, false)) return false;
+        if (!mapTable(file, *table, where, false)) return false;
     }
     for (const STCO* table : tables) {
-        if (!shiftTable(file, *table, delta, true)) return false;
+        if (!mapTable(file, *table, where, true)) return false;
     }
     return true;
 }
 
+bool Container::shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found) {
+    return mapChunkOffsets(
+        file, stblPath, [delta](uint64_t value, uint64_t& moved) { return shifted(value, delta, ~uint64_t(0), moved); },
+        found);
+}
+
+bool Container::followChunks(BinFile& file, const OffsetMap& where) {
+    bool found = false;
+    return mapChunkOffsets(file, kTrackTables, where, found) && mapChunkOffsets(file, kSpatialTables, where, found);
+}
+
 bool Container::modifySTCOIndex(BinFile& file, int64_t delta) {
     bool found = false;
-    const bool ok = shiftChunkOffsets(file, "moov.trak.mdia.minf.stbl", delta, found);
+    const bool ok = shiftChunkOffsets(file, kTrackTables, delta, found);
     return found && ok;
 }
 
 bool Container::modifySpatialTrakSTCOIndex(BinFile& file, int64_t delta) {
     bool found = false;
-    const bool ok = shiftChunkOffsets(file, "uuid.KATR.mdia.minf.stbl", delta, found);
+    const bool ok = shiftChunkOffsets(file, kSpatialTables, delta, found);
     return found && ok;
 }
 

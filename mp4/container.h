@@ -29,6 +29,12 @@ public:
     // Writes the whole new file; sets position to where its new content starts.
     using CopyFn = std::function<bool(BinFile& source, BinFile& destination, uint64_t& position)>;
     using FixFn = std::function<bool(Container& temporary, BinFile& file)>;
+    // Where a byte of the source lies in the new file; false when it has no
+    // place there.
+    using OffsetMap = std::function<bool(uint64_t from, uint64_t& to)>;
+    // The sample tables of the movie's tracks and of the spatial-data block.
+    static constexpr const char* kTrackTables = "moov.trak.mdia.minf.stbl";
+    static constexpr const char* kSpatialTables = "uuid.KATR.mdia.minf.stbl";
 
     Container() = default;
     Container(const Container&) = delete;
@@ -72,6 +78,9 @@ public:
     // not written and makes the result false.
     bool modifySTCOIndex(BinFile& file, int64_t delta);
     bool modifySpatialTrakSTCOIndex(BinFile& file, int64_t delta);
+    // Every chunk offset of every table, each moved to where its own bytes
+    // went; checked whole before the first is written.
+    bool followChunks(BinFile& file, const OffsetMap& where);
 
     // Rewrites made between these two go into the file in one copy: each
     // operation only records its edits, and commitEdits writes them all (no
@@ -128,9 +137,10 @@ private:
     // the line saying so) when it has them all.
     bool locationEdit(const GPSInfo& gps, BoxEdit& edit);
     bool shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found);
+    bool mapChunkOffsets(BinFile& file, const char* stblPath, const OffsetMap& where, bool& found);
     // The order moovFirst writes the top-level boxes in; false when the movie
     // box already comes first (or there is none).
-    bool relayoutOrder(std::vector<const BOX*>& order, const BOX*& moov, const BOX*& mdat) const;
+    bool relayoutOrder(std::vector<const BOX*>& order) const;
     // moovFirst and the batch's edits in one copy.
     bool relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
     // The top-level spatial-data uuid box, if any.

@@ -125,14 +125,18 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
         });
     }
 
-    const bool mediaMoves = mdat_ != nullptr && moov_ != nullptr && mdat_->start > moov_->start;
     const EditFn write = [&newBox](BinFile& file) {
         return file.writeBytes(newBox.data, newBox.size);
     };
     // The new box carries its own size; its holders grow with it.
     const FixFn sizes = [&resize](Container&, BinFile& file) { return resizeHolders(file, resize); };
-    const FixFn offsets = [mediaMoves, growth](Container& fixed, BinFile& file) {
-        return !mediaMoves || fixed.modifySTCOIndex(file, growth);
+    // Whatever lay after the old box moved with the growth.
+    const uint64_t oldEnd = start + oldSize;
+    const FixFn offsets = [oldEnd, growth](Container& fixed, BinFile& file) {
+        return fixed.followChunks(file, [oldEnd, growth](uint64_t from, uint64_t& to) {
+            to = from >= oldEnd ? from + static_cast<uint64_t>(growth) : from;
+            return from < oldEnd || growth >= 0 || from >= static_cast<uint64_t>(-growth);
+        });
     };
     return insertBox(rewrite + L"_NoSpaces", *avcc, true, write, sizes, offsets);
 }

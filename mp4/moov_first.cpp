@@ -19,21 +19,21 @@ bool Container::isMdatFirst() const {
     return false;
 }
 
-bool Container::relayoutOrder(std::vector<const BOX*>& order, const BOX*& moov, const BOX*& mdat) const {
+bool Container::relayoutOrder(std::vector<const BOX*>& order) const {
     order.clear();
-    moov = nullptr;
-    mdat = nullptr;
     if (!root_) return false;
-    // Every box keeps its order except that the media data goes right after
-    // the movie box; a later mdat replaces an earlier one as the one moved.
+    // Every box keeps its order except that the media data boxes in front of
+    // the movie box go right after it, in their own order.
+    std::vector<const BOX*> media;
+    const BOX* moov = nullptr;
     for (const auto& child : root_->children) {
-        if (child->isType(fourcc("mdat"))) {
-            mdat = child.get();
+        if (moov == nullptr && child->isType(fourcc("mdat"))) {
+            media.push_back(child.get());
         } else if (moov == nullptr && child->isType(fourcc("moov"))) {
-            if (mdat == nullptr) return false;  // already in front
+            if (media.empty()) return false;  // already in front
             moov = child.get();
             order.push_back(moov);
-            order.push_back(mdat);
+            order.insert(order.end(), media.begin(), media.end());
         } else {
             order.push_back(child.get());
         }
@@ -43,38 +43,20 @@ bool Container::relayoutOrder(std::vector<const BOX*>& order, const BOX*& moov, 
 
 bool Container::moovFirst() {
     std::vector<const BOX*> order;
-    const BOX* moov = nullptr;
-    const BOX* mdat = nullptr;
-    if (!relayoutOrder(order, moov, mdat)) return false;
+    if (!relayoutOrder(order)) return false;
     if (batching_) {
         // Made together with the batch's edits when it is committed.
         relayout_ = true;
         batchName_ += (batchName_.empty() ? L"" : L"+") + std::wstring(L"moovFirst");
         return true;
     }
-
-    const CopyFn copy = [&order](BinFile& source, BinFile& destination, uint64_t& position) {
-        for (const BOX* box : order) {
-            if (!box->copyTo(source, destination)) return false;
-        }
-        position = destination.position();
-        return true;
-    };
-    const FixFn nothing = [](Container&, BinFile&) { return true; };
-    // Exactly the movie box's size: boxes between the media data and the
-    // movie box move in front of it and are not counted.
-    const int64_t shift = static_cast<int64_t>(moov->size);
-    const FixFn offsets = [shift](Container& fixed, BinFile& file) {
-        return fixed.modifySTCOIndex(file, shift);
-    };
-    return modifyContainer(L"moovFirst", copy, nothing, offsets);
+    std::vector<BoxEdit> none;
+    return relayoutWithEdits(L"moovFirst", none);
 }
 
 bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
     std::vector<const BOX*> order;
-    const BOX* moov = nullptr;
-    const BOX* mdat = nullptr;
-    if (!relayoutOrder(order, moov, mdat)) return applyEdits(name, edits);
+    if (!relayoutOrder(order)) return applyEdits(name, edits);
     std::stable_sort(edits.begin(), edits.end(),
                      [](const BoxEdit& a, const BoxEdit& b) { return a.from < b.from; });
     Relayout layout;
@@ -90,16 +72,12 @@ bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>
     const FixFn grow = [&](Container&, BinFile& file) {
         return resizeHolders(file, edits, [&layout](uint64_t offset) { return layout.where(offset); });
     };
-    // The media data moves by the movie box's size, as a relayout alone
-    // moves it, and by whatever the edits add in front of it; the spatial
-    // block goes wherever its bytes went.
-    const int64_t media = static_cast<int64_t>(moov->size) + layout.growthBefore(mdat);
-    const int64_t spatial = block != nullptr ? static_cast<int64_t>(layout.where(blockStart) - blockStart) : 0;
+    // Each chunk goes wherever the box holding its bytes went; so does the
+    // spatial block.
     const FixFn shift = [&](Container& fixed, BinFile& file) {
-        bool found = false;
-        if (!fixed.shiftChunkOffsets(file, "moov.trak.mdia.minf.stbl", media, found)) return false;
-        if (spatial == 0) return true;
-        return fixed.shiftChunkOffsets(file, "uuid.KATR.mdia.minf.stbl", spatial, found) &&
+        const OffsetMap where = [&layout](uint64_t from, uint64_t& to) { return layout.find(from, to); };
+        if (!fixed.followChunks(file, where)) return false;
+        return block == nullptr || layout.where(blockStart) == blockStart ||
                fixed.followSpatialBlock(file, blockStart);
     };
     return modifyContainer(name, copy, grow, shift);

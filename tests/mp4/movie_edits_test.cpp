@@ -3,6 +3,8 @@
 // several of them batched into one copy.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "geo/gps_info.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
@@ -86,24 +88,64 @@ TEST(MoovFirst, GivesTheBytesOfAMovieBuiltThatWayOrNothingForBrokenTables) {
     EXPECT_FALSE(m.temporaryLeft());
 }
 
-TEST(MoovFirst, OnlyTheMovieBoxIsCountedInTheShiftAndASpatialBlockStaysLast) {
+TEST(MoovFirst, EveryChunkMovesWithItsOwnBytesAndASpatialBlockStaysLast) {
     // A box between the media data and the movie box goes in front of the
-    // movie box without counting in the shift.
+    // movie box, so the chunks move by both sizes.
     const Bytes movie = buildMovie({.moovFirst = false});
     MovieFile probe(movie);
     const uint64_t moovSize = probe.container.moov()->size, mdatEnd = probe.container.mdat()->end();
     const Bytes block = uuidBox(
         kSpatialDataUuid, box("KADT", "pcm") + box("KATR", box("mdia", box("minf", box("stbl", co64({9}))))));
-    MovieFile m(movie.substr(0, mdatEnd) + box("free", "between") + movie.substr(mdatEnd) + block);
+    const Bytes between = box("free", "between");
+    MovieFile m(movie.substr(0, mdatEnd) + between + movie.substr(mdatEnd) + block);
     const auto before = chunkOffsets(m.path);
     EXPECT_TRUE(m.container.moovFirst());
     EXPECT_EQ(topLevelTypes(m.container), (std::vector<std::string>{"ftyp", "free", "moov", "mdat", "uuid"}));
     auto expected = before;
     for (auto& track : expected) {
-        for (auto& o : track) o += moovSize;
+        for (auto& o : track) o += moovSize + between.size();
     }
     EXPECT_EQ(chunkOffsets(m.path), expected);
+    EXPECT_EQ(allSamples(m.path), movieSamples({}));
     EXPECT_EQ(m.bytes().substr(m.original.size() - block.size()), block);
+}
+
+TEST(MoovFirst, KeepsEveryMediaDataBoxAndEverySampleInAnyLayout) {
+    const Bytes free = box("free", "gap"), skip = box("skip", ""), wide = box("wide"),
+                uuid = uuidBox("0123456789abcdef", "other writer"), meta = fullBox("meta", 0, 0, box("hdlr", "x"));
+    const std::vector<std::vector<Bytes>> layouts = {
+        {box("ftyp", "isom"), "mdat", free, "moov"},
+        {box("ftyp", "isom"), "mdat", free, "mdat", skip, "moov"},
+        {box("ftyp", "isom"), wide, "mdat64", uuid, "mdat", "moov", meta},
+        {box("ftyp", "isom"), "mdat", "moov", "mdat", free},
+        {box("ftyp", "isom"), free, "mdat", "mdat", "mdat", "moov"},
+    };
+    for (bool use64 : {false, true}) {
+        for (size_t i = 0; i < layouts.size(); ++i) {
+            SCOPED_TRACE(std::string(use64 ? "co64" : "stco") + ", layout " + std::to_string(i));
+            const MovieShape shape{.moovFirst = false, .use64 = use64};
+            MovieFile m(buildLaidOutMovie(shape, layouts[i]));
+            ASSERT_EQ(allSamples(m.path), movieSamples(shape));
+            auto types = topLevelTypes(m.container);
+            EXPECT_TRUE(m.container.moovFirst());
+            EXPECT_FALSE(m.container.isMdatFirst());
+            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
+            auto after = topLevelTypes(m.container);
+            std::sort(types.begin(), types.end());
+            std::sort(after.begin(), after.end());
+            EXPECT_EQ(after, types);
+            EXPECT_EQ(m.bytes().size(), m.original.size());
+            EXPECT_FALSE(m.temporaryLeft());
+        }
+    }
+}
+
+TEST(MovieEdits, ChunksOnBothSidesOfTheMovieBoxKeepTheirSamplesWhenItGrows) {
+    const MovieShape shape{.moovFirst = false};
+    MovieFile m(buildLaidOutMovie(shape, {box("ftyp", "isom"), "mdat", box("free", "x"), "moov", "mdat"}));
+    EXPECT_TRUE(m.container.replaceUdta(40, bytesOf(box("udta", box("note", Bytes(24, 'c'))))));
+    EXPECT_EQ(allSamples(m.path), movieSamples(shape));
+    EXPECT_NE(m.bytes().find(Bytes(24, 'c')), Bytes::npos);
 }
 
 TEST(TimeStamp, EveryHeaderTakesTheCreationTimeInItsVersionsWidth) {

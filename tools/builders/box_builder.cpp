@@ -1,5 +1,6 @@
 #include "tools/builders/box_builder.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace builders {
@@ -210,6 +211,60 @@ Bytes buildMovie(const MovieShape& shape) {
     }
     const Bytes moov = buildMoov(shape, tracks, offsets);
     return shape.moovFirst ? ftyp + moov + mdat : ftyp + mdat + moov;
+}
+
+Bytes buildLaidOutMovie(const MovieShape& shape, const std::vector<Bytes>& layout) {
+    const auto tracks = layouts(shape);
+    std::vector<std::vector<uint64_t>> relative;
+    const Bytes payload = layoutMdat(shape, tracks, relative);
+    // Every chunk start, in payload order, with its track.
+    std::vector<std::pair<uint64_t, size_t>> chunks;
+    for (size_t t = 0; t < relative.size(); ++t) {
+        for (uint64_t o : relative[t]) chunks.emplace_back(o, t);
+    }
+    std::sort(chunks.begin(), chunks.end());
+    const size_t parts = size_t(std::count_if(layout.begin(), layout.end(),
+                                              [](const Bytes& b) { return b == "mdat" || b == "mdat64"; }));
+    // Part k holds chunks [k * n / parts, (k + 1) * n / parts).
+    auto cut = [&](size_t k) -> uint64_t {
+        const size_t index = parts == 0 ? 0 : k * chunks.size() / parts;
+        return index < chunks.size() ? chunks[index].first : payload.size();
+    };
+    const uint64_t moovSize = buildMoov(shape, tracks, relative).size();
+
+    std::vector<std::vector<uint64_t>> offsets(tracks.size());
+    uint64_t position = 0;
+    size_t part = 0;
+    for (const Bytes& entry : layout) {
+        if (entry == "moov") {
+            position += moovSize;
+        } else if (entry == "mdat" || entry == "mdat64") {
+            const uint64_t header = entry == "mdat" ? 8 : 16;
+            const uint64_t from = cut(part), to = cut(part + 1);
+            for (const auto& [o, t] : chunks) {
+                if (o >= from && o < to) offsets[t].push_back(position + header + (o - from));
+            }
+            position += header + (to - from);
+            ++part;
+        } else {
+            position += entry.size();
+        }
+    }
+    Bytes out;
+    part = 0;
+    for (const Bytes& entry : layout) {
+        if (entry == "moov") {
+            out += buildMoov(shape, tracks, offsets);
+        } else if (entry == "mdat" || entry == "mdat64") {
+            const uint64_t from = cut(part), to = cut(part + 1);
+            const Bytes bytes = payload.substr(from, to - from);
+            out += entry == "mdat" ? box("mdat", bytes) : largeBox("mdat", bytes);
+            ++part;
+        } else {
+            out += entry;
+        }
+    }
+    return out;
 }
 
 std::vector<Bytes> movieSamples(const MovieShape& shape) {

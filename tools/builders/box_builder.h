@@ -60,6 +60,11 @@ struct MovieShape {
 // The whole file, with chunk offsets that point at the samples.
 Bytes buildMovie(const MovieShape& shape);
 // The payload of every sample in file order per track, as the movie holds them.
+// The same movie with its top-level boxes as layout lists them: "moov" is
+// the movie box, each "mdat" (or "mdat64", with a 64-bit size) the next
+// part of the media data (the chunks shared out evenly), anything else a
+// box copied as it is.
+Bytes buildLaidOutMovie(const MovieShape& shape, const std::vector<Bytes>& layout);
 std::vector<Bytes> movieSamples(const MovieShape& shape);
 
 }  // namespace builders
