@@ -11,6 +11,7 @@ packages=(
   ffmpeg libimage-exiftool-perl
   clang libclang-rt-14-dev
   python3 time
+  gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base atomicparsley
 )
 
 missing=()
