@@ -27,9 +27,10 @@ bool runJob(const Option& option) {
 
     unsigned int frames = 0;
     if (option.reencode) {
-        frames = TavrelTranscoder::trim(option);
+        const TrimResult trimmed = TavrelTranscoder::trim(option);
+        frames = trimmed.frames;
         if (frames == 0) {
-            QVMX::Console::out(L"process(%ls, %ls) failed.\n", option.source.c_str(), option.output.c_str());
+            QVMX::Console::out(L"%ls: %ls; nothing was written.\n", option.source.c_str(), trimmed.problem.c_str());
             return false;
         }
     }

@@ -1,25 +1,74 @@
 #include "app/tavrel_transcoder.h"
 
+#include <optional>
+
 #include "app/option.h"
 #include "foundation/console.h"
 #include "foundation/utility.h"
 #include "foundation/wchar.h"
 #include "meta/meta_builder.h"
 #include "video/pixel_buffer.h"
+#include "video/source_check.h"
+#include "video/timecode_text.h"
+#include "video/trim_range.h"
 #include "video/video_transcoder.h"
 
 namespace {
 // Audio may run this far ahead of the last frame before frames catch up.
 constexpr float kAudioPrecedingLimit = 1.0f;
 constexpr float kLowestAudioRate = 44100.0f;
+
+std::wstring wide(const std::string& text) { return QVMX::wchar::mbs2wcs(text.c_str()); }
+
+// Why the source cannot be re-encoded at all; empty when it can.
+std::wstring refusal(const QVMX::SourceReport& report) {
+    switch (report.problem) {
+        case QVMX::SourceReport::kNone:
+            return L"";
+        case QVMX::SourceReport::kUnreadable:
+            return L"it cannot be read as a movie";
+        case QVMX::SourceReport::kNoVideo:
+            return L"it has no video track";
+        case QVMX::SourceReport::kEncrypted:
+            return L"its samples are encrypted";
+        case QVMX::SourceReport::kUndecodable:
+            QVMX::Console::out(L"Unknown codec.\n");
+            return L"its video (" + wide(report.videoCodec) + L") cannot be decoded here";
+    }
+    return L"it cannot be re-encoded";
+}
+
+std::optional<uint32_t> endOf(const Option& option) {
+    if (option.endSeconds == Option::kToTheEnd) return std::nullopt;
+    return option.endSeconds;
+}
+
+std::wstring rangeText(const Option& option) {
+    std::wstring text = L"-ss:" + std::to_wstring(option.startSeconds);
+    if (option.endSeconds != Option::kToTheEnd) text += L" -to:" + std::to_wstring(option.endSeconds);
+    return text;
+}
+
 }  // namespace
 
-unsigned int TavrelTranscoder::trim(const Option& option) {
+TrimResult TavrelTranscoder::trim(const Option& option) {
     const std::string sourceURL = QVMX::wchar::wcs2mbs(option.source).c_str();
     const std::string outputURL = QVMX::wchar::wcs2mbs(option.output).c_str();
+    TrimResult result;
+
+    const QVMX::SourceReport report = QVMX::inspectSource(sourceURL);
+    result.problem = refusal(report);
+    if (!result.problem.empty()) return result;
+    if (QVMX::trimRange(report.firstFrame, report.videoDuration, option.startSeconds, endOf(option)).holdsNoFrame()) {
+        result.problem = L"the range " + rangeText(option) + L" holds no frame";
+        return result;
+    }
 
     QVMXVideoTranscoder transcoder;
-    if (!transcoder.attachSource(sourceURL)) return 0;
+    if (!transcoder.attachSource(sourceURL)) {
+        result.problem = L"it cannot be read as a movie";
+        return result;
+    }
     const QVMX::MediaTime duration = transcoder.sourceDuration;
 
     transcoder.setPixelFormatType(Utility::isSupporFullRangePixelFormat()
@@ -46,15 +95,26 @@ unsigned int TavrelTranscoder::trim(const Option& option) {
                        transcoder.audioProcessSampleRate() / 1000.0, transcoder.audioSampleRate() / 1000.0);
     transcoder.setMoovFirst(option.probe.modelCode <= MetaBuilder::kNewerLayout);
 
-    const int32_t timescale = duration.timescale > 0 ? duration.timescale : 600;
-    const QVMX::MediaTime start = QVMX::MediaTime::makeWithSeconds(option.startSeconds, timescale);
-    QVMX::MediaTime end = QVMX::MediaTime::makeWithSeconds(option.endSeconds, timescale);
+    // The first audio track is encoded; the others the output can hold go
+    // in as they are, and every track left out is named.
+    transcoder.videoReader()->firstAudioOnly = true;
+    for (const QVMX::TrackChoice& track : report.tracks) {
+        if (track.role == QVMX::TrackRole::Copied) transcoder.copiedStreams.push_back(track.index);
+        if (track.role == QVMX::TrackRole::Dropped) {
+            QVMX::Console::out(L"%ls\n", wide(QVMX::droppedLine(track)).c_str());
+        }
+    }
+    transcoder.videoTimecode =
+        QVMX::advanceTimecode(report.timecode, report.frameRate, static_cast<double>(option.startSeconds));
+
+    // The movie's whole length bounds the reading, as its video may end
+    // before its sound.
+    const QVMX::TrimRange range =
+        QVMX::trimRange(report.firstFrame, duration.isNumeric() ? duration - report.firstFrame : duration,
+                        option.startSeconds, endOf(option));
+    const QVMX::MediaTime start = range.start;
+    const QVMX::MediaTime end = range.end.isNumeric() ? range.end : QVMX::MediaTime::positiveInfinity();
     QVMX::Console::out(L"processing %ls to %ls ...\n", option.source.c_str(), option.output.c_str());
-    if (!(duration > end)) end = duration;
-    // Nothing lies between a start at or past the end and the end: no frame
-    // can be kept, and a range of negative length would not limit the
-    // reading at all.
-    if (!(end > start)) return 0;
     const float totalSeconds = static_cast<float>(duration.seconds());
 
     unsigned int frames = 0;
@@ -74,5 +134,14 @@ unsigned int TavrelTranscoder::trim(const Option& option) {
             return true;
         },
         [](QVMXVideoWriter&) {});
-    return ok ? frames : 0;
+    if (!ok) {
+        result.problem = transcoder.failure.empty() ? L"the re-encode failed" : wide(transcoder.failure);
+        return result;
+    }
+    if (frames == 0) {
+        result.problem = L"no frame of the range " + rangeText(option) + L" could be decoded";
+        return result;
+    }
+    result.frames = frames;
+    return result;
 }

@@ -1,10 +1,20 @@
 #pragma once
 
+#include <string>
+
 struct Option;
+
+// What a re-encode came to: the frames handed to the writer, or why none
+// were (a cause in the user's words, without the file's name).
+struct TrimResult {
+    unsigned int frames = 0;
+    std::wstring problem;
+};
 
 // Re-encodes the source into the output as the options ask.
 class TavrelTranscoder {
 public:
-    // The number of frames handed to the writer; 0 on failure.
-    static unsigned int trim(const Option& option);
+    // A source that cannot be re-encoded is refused before anything is
+    // written; a failure later leaves the output for the caller to remove.
+    static TrimResult trim(const Option& option);
 };

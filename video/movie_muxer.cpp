@@ -28,6 +28,26 @@ AVStream* MovieMuxer::addStream(const AVCodecContext* encoder, uint32_t codecTag
     return stream;
 }
 
+AVStream* MovieMuxer::addCopiedStream(const AVStream* source) {
+    if (!format_) return nullptr;
+    const AVCodecParameters* in = source->codecpar;
+    if (avformat_query_codec(format_->oformat, in->codec_id, FF_COMPLIANCE_NORMAL) != 1) return nullptr;
+    AVStream* stream = avformat_new_stream(format_.get(), nullptr);
+    if (stream == nullptr || avcodec_parameters_copy(stream->codecpar, in) < 0) return nullptr;
+    stream->codecpar->codec_tag = 0;
+    stream->time_base = source->time_base;
+    stream->disposition = source->disposition;
+    for (const char* key : {"language", "handler_name"}) {
+        const AVDictionaryEntry* entry = av_dict_get(source->metadata, key, nullptr, 0);
+        if (entry != nullptr) av_dict_set(&stream->metadata, key, entry->value, 0);
+    }
+    return stream;
+}
+
+void MovieMuxer::allowUnofficial() {
+    if (format_) format_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
+}
+
 bool MovieMuxer::begin(bool moovFirst, std::string& error) {
     int result = avio_open(&format_->pb, format_->url, AVIO_FLAG_WRITE);
     if (result < 0) {

@@ -15,6 +15,12 @@ public:
     bool wantsGlobalHeader() const;
     // A stream carrying what the opened encoder produces; nullptr on failure.
     AVStream* addStream(const AVCodecContext* encoder, uint32_t codecTag);
+    // A stream taking another file's packets as they are (the muxer picks
+    // the sample entry); nullptr when this container cannot hold the codec.
+    AVStream* addCopiedStream(const AVStream* source);
+    // Lets the muxer write boxes no standard names, such as the sphere
+    // mapping of the video.
+    void allowUnofficial();
     // Opens the file and writes the header; moovFirst puts the movie box
     // before the media data (a second pass when the trailer is written).
     bool begin(bool moovFirst, std::string& error);

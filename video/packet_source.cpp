@@ -29,6 +29,15 @@ size_t PacketSource::parkedCount() const {
     return n;
 }
 
+bool PacketSource::takeParked(int streamIndex, AVPacket* packet) {
+    if (streamIndex < 0 || static_cast<size_t>(streamIndex) >= parked_.size()) return false;
+    auto& mine = parked_[streamIndex];
+    if (mine.empty()) return false;
+    av_packet_move_ref(packet, mine.front().get());
+    mine.pop_front();
+    return true;
+}
+
 int PacketSource::next(int streamIndex, AVPacket* packet) {
     if (streamIndex < 0 || static_cast<size_t>(streamIndex) >= enabled_.size() || !enabled_[streamIndex]) {
         return 0;

@@ -22,6 +22,9 @@ public:
     // negative: an FFmpeg error (a packet cut short by the end of the file
     // counts as AVERROR_INVALIDDATA).
     int next(int streamIndex, AVPacket* packet);
+    // The stream's oldest parked packet, without reading the file; false
+    // when none is parked.
+    bool takeParked(int streamIndex, AVPacket* packet);
 
     // Parked packets over all streams (how far the reading runs ahead).
     size_t parkedCount() const;

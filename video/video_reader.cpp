@@ -173,6 +173,7 @@ bool QVMXVideoReader::setupAudioReader() {
     for (unsigned i = 0; i < s.format->nb_streams && error.empty(); ++i) {
         const AVStream* stream = s.format->streams[i];
         if (stream->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+        if (firstAudioOnly && s.audio->trackCount() > 0) break;
         if (s.audio->addTrack(stream, error)) s.packets->enable(static_cast<int>(i));
     }
     if (!error.empty()) {
@@ -299,6 +300,16 @@ bool QVMXVideoReader::loadNextAudio(float limit, const AudioHandler& handler) {
 size_t QVMXVideoReader::parkedPacketCount() const {
     return assetReader_ && assetReader_->packets ? assetReader_->packets->parkedCount() : 0;
 }
+
+AVFormatContext* QVMXVideoReader::formatContext() const {
+    return assetReader_ ? assetReader_->format.get() : nullptr;
+}
+
+QVMX::PacketSource* QVMXVideoReader::packetSource() const {
+    return assetReader_ ? assetReader_->packets.get() : nullptr;
+}
+
+int QVMXVideoReader::videoStreamIndex() const { return assetReader_ ? assetReader_->videoIndex : -1; }
 
 void QVMXVideoReader::pause() {
     if (assetReader_ && assetReader_->player) assetReader_->player->pause();

@@ -11,6 +11,11 @@
 #include "video/pixel_buffer.h"
 #include "video/sample_buffer.h"
 
+struct AVFormatContext;
+namespace QVMX {
+class PacketSource;
+}
+
 // Describes a movie, then hands out its frames (scaled and converted to one
 // pixel format) and its audio (all tracks mixed into 16-bit interleaved PCM),
 // one at a time, on request.
@@ -33,6 +38,9 @@ public:
     bool playAudio = false;
     float nominalFrameRate = 0.0f;
     QVMX::MediaTime currentFrameTime = QVMX::MediaTime::zero();
+    // Only the first audio track is decoded (the others are mixed into it
+    // otherwise).
+    bool firstAudioOnly = false;
 
     // Size of the first decoded picture (left alone when there is none),
     // duration, frame rate; sets audioSampleRate to the first audio track's
@@ -63,6 +71,13 @@ public:
     // Packets read ahead of the stream that will want them (read-ahead must
     // stay bounded by the audio limit, not grow with the movie).
     size_t parkedPacketCount() const;
+
+    // While reading: the opened movie, its packets (other streams may be
+    // enabled on it and take what is parked for them) and the video's
+    // stream; nullptr or -1 otherwise.
+    AVFormatContext* formatContext() const;
+    QVMX::PacketSource* packetSource() const;
+    int videoStreamIndex() const;
 
 private:
     struct VideoOptions {

@@ -2,7 +2,11 @@
 
 #include <unistd.h>
 
+#include "video/movie_muxer.h"
+#include "video/packet_source.h"
 #include "video/platform_log.h"
+#include "video/stream_copy.h"
+#include "video/video_tags.h"
 
 using QVMX::MediaTime;
 using QVMX::PlatformLog::write;
@@ -90,12 +94,34 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
     }
     QVMXVideoReader& reader = *videoReader_;
     QVMXVideoWriter& writer = *videoWriter_;
-    if (!reader.start(sourceURL, renderFrameSize, timeRange)) return false;
+    failure.clear();
+    copiedPackets.clear();
+    if (!reader.start(sourceURL, renderFrameSize, timeRange)) {
+        failure = "the source could not be read";
+        return false;
+    }
+    const MediaTime rangeStart = timeRange.isValid() ? timeRange.start : MediaTime::zero();
+    const MediaTime rangeEnd = timeRange.isValid() ? timeRange.end() : MediaTime::invalid();
+    QVMX::StreamCopy copy(startTime.isNumeric() ? startTime : rangeStart,
+                          rangeEnd.isNumeric() ? rangeEnd : MediaTime::invalid());
+    writer.prepareStreams = [&](QVMX::MovieMuxer& muxer, AVStream* video, std::string& error) {
+        if (!copy.addStreams(reader.formatContext(), copiedStreams, muxer, error)) return false;
+        const AVFormatContext* input = reader.formatContext();
+        const int index = reader.videoStreamIndex();
+        if (QVMX::carryVideoTags(index >= 0 ? input->streams[index] : nullptr, video, videoTimecode)) {
+            muxer.allowUnofficial();
+        }
+        return true;
+    };
     if (nominalFrameRate > 0.0f) writer.expectedFrameRate = nominalFrameRate;
     if (!writer.start(outputURL, startTime, outputFrameSize, reader.hasAudioTrack(), encodeHEVC)) {
+        failure = writer.failure().empty() ? "the output could not be created" : writer.failure();
         reader.stop();
         return false;
     }
+    copy.enable(*reader.packetSource());
+    std::string copyError;
+    bool copyOK = true;
 
     bool keepGoing = true;
     int status = QVMXVideoReader::kUnknown;
@@ -124,18 +150,31 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
             });
         }
         if (!keepGoing) break;
+        if (copyOK && writer.muxer() != nullptr) copyOK = copy.pump(*reader.packetSource(), *writer.muxer(), copyError);
+        if (!copyOK) break;
         // A failed writer is never ready again; waiting for it would not end.
         if (writer.status() == QVMXVideoWriter::kFailed) break;
         if (!audioLoaded && !frameLoaded) ::usleep(1000);
         status = reader.mediaStatus();
     }
 
+    if (copyOK && status == QVMXVideoReader::kCompleted && writer.muxer() != nullptr) {
+        copyOK = copy.finish(*reader.packetSource(), *writer.muxer(), copyError);
+    }
+    for (int index : copiedStreams) copiedPackets[index] = copy.written(index);
     if (processFinally) processFinally(writer);
     const bool stopOK = writer.stop();
     reader.stop();
+    if (!copyOK) {
+        failure = "a kept track could not be copied: " + copyError;
+    } else if (status == QVMXVideoReader::kFailed) {
+        failure = "reading the source failed";
+    } else if (!stopOK) {
+        failure = writer.failure().empty() ? "writing the output failed" : "writing the output failed: " + writer.failure();
+    }
     videoReader_.reset();
     videoWriter_.reset();
-    if (status == QVMXVideoReader::kFailed || !stopOK) return false;
+    if (status == QVMXVideoReader::kFailed || !stopOK || !copyOK) return false;
     return keepGoing;
 }
 

@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "video/frame_size.h"
 #include "video/media_time.h"
@@ -41,6 +43,15 @@ public:
     QVMX::FrameSize renderFrameSize;  // the size the reader delivers
     QVMX::FrameSize outputFrameSize;  // the size the writer encodes
     float detectedAudioSampleRate = 0.0f;
+    // Source streams whose packets the main process puts into the output as
+    // they are, cut to the time range like the frames.
+    std::vector<int> copiedStreams;
+    // The output video's start timecode; empty for none.
+    std::string videoTimecode;
+    // After process: packets written per copied source stream, and why it
+    // failed (empty when it did not).
+    std::map<int, int> copiedPackets;
+    std::string failure;
 
     // Forwarded to the writer (and, for the last two setters, the reader);
     // 0 once the transcoder is spent.

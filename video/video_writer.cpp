@@ -46,8 +46,13 @@ QVMXVideoWriter::~QVMXVideoWriter() = default;
 
 bool QVMXVideoWriter::hasAudioInput() const { return assetWriter_ && assetWriter_->audio; }
 
+QVMX::MovieMuxer* QVMXVideoWriter::muxer() const {
+    return assetWriter_ && assetWriter_->writing ? &assetWriter_->muxer : nullptr;
+}
+
 void QVMXVideoWriter::fail(const char* function, const std::string& reason) {
     write("%s: %s", function, reason.c_str());
+    if (failure_.empty()) failure_ = reason;
     status_ = kFailed;
     if (assetWriter_) assetWriter_->writing = false;
 }
@@ -56,9 +61,16 @@ bool QVMXVideoWriter::start(const std::string& url, const MediaTime& startTime, 
                             bool hasAudio, bool encodeHEVC) {
     assetWriter_.reset();
     status_ = kUnknown;
+    failure_.clear();
     if (!setupWriter(url, outputSize, hasAudio, encodeHEVC)) return false;
     Session& s = *assetWriter_;
     std::string error;
+    if (prepareStreams && !prepareStreams(s.muxer, s.videoStream, error)) {
+        write("%s: Error: %s", __PRETTY_FUNCTION__, error.c_str());
+        failure_ = error;
+        status_ = kFailed;
+        return false;
+    }
     if (!s.muxer.begin(moovFirst, error)) {
         write("%s: Error: %s", __PRETTY_FUNCTION__, error.c_str());
         status_ = kFailed;

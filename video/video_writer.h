@@ -10,6 +10,11 @@
 #include "video/pixel_buffer.h"
 #include "video/sample_buffer.h"
 
+struct AVStream;
+namespace QVMX {
+class MovieMuxer;
+}
+
 // Encodes frames (H.264 Baseline or HEVC) and audio (AAC) into an MPEG-4
 // file. Timestamps are counted from the start time given to start(), so the
 // output begins at zero.
@@ -36,6 +41,11 @@ public:
     // still decide where each frame goes.
     float expectedFrameRate = 30.0f;
 
+    // Called once the video and audio streams exist and before the header is
+    // written: the place for further streams and the video's tags. NO (with
+    // a reason in error) fails the start.
+    std::function<bool(QVMX::MovieMuxer& muxer, AVStream* video, std::string& error)> prepareStreams;
+
     bool start(const std::string& url, const QVMX::MediaTime& startTime, QVMX::FrameSize outputSize, bool hasAudio,
                bool encodeHEVC);
     bool setupWriter(const std::string& url, QVMX::FrameSize outputSize, bool hasAudio, bool encodeHEVC);
@@ -59,6 +69,11 @@ public:
     bool stop();
 
     int status() const { return status_; }
+    // The file being written, for packets that are not encoded here; nullptr
+    // when not writing.
+    QVMX::MovieMuxer* muxer() const;
+    // Why the writer failed, in its own words; empty when it did not.
+    const std::string& failure() const { return failure_; }
     bool hasAudioInput() const;
 
 private:
@@ -68,4 +83,5 @@ private:
 
     std::unique_ptr<Session> assetWriter_;
     int status_ = kUnknown;
+    std::string failure_;
 };
