@@ -8,6 +8,35 @@
 #include "mp4/box.h"
 #include "mp4/container.h"
 
+namespace {
+
+// The first sample entry of the first track whose handler is video; empty
+// when there is none.
+std::string videoSampleEntry(MP4::Container& container) {
+    std::string entry;
+    container.find("moov.trak", [&](MP4::BOX& trak) {
+        if (!trak.hasChild()) return true;
+        auto& nested = static_cast<MP4::NestedBox&>(trak);
+        bool video = false;
+        nested.find("mdia.hdlr", [&](MP4::BOX& hdlr) {
+            // version and flags, pre_defined, then the handler type.
+            const std::string payload = readBoxPayload(container, hdlr, 12);
+            video = payload.size() >= 12 && payload.compare(8, 4, "vide") == 0;
+            return false;
+        });
+        if (!video) return true;
+        nested.find("mdia.minf.stbl.stsd", [&](MP4::BOX& stsd) {
+            const auto* list = stsd.hasChild() ? &static_cast<MP4::NestedBox&>(stsd).children : nullptr;
+            if (list != nullptr && !list->empty()) entry = list->front()->name();
+            return false;
+        });
+        return entry.empty();
+    });
+    return entry;
+}
+
+}  // namespace
+
 bool MetaProbe::probe(const std::wstring& path) {
     modelCode = 0;
     frameRate = 0.0f;
@@ -87,7 +116,10 @@ void MetaProbe::readCodec(MP4::Container& container) {
         }
         return true;
     });
-    if (codec == kCodecUnknown) QVMX::Console::out(L"Unknown codec.\n");
+    // Whether another codec can be re-encoded is the re-encode's to say.
+    if (codec != kCodecUnknown) return;
+    const std::string entry = videoSampleEntry(container);
+    if (!entry.empty()) QVMX::Console::out(L"codec: %ls\n", QVMX::wchar::mbs2wcs(entry.c_str()).c_str());
 }
 
 void MetaProbe::detect_movie(const std::wstring& path) {

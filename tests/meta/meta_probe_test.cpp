@@ -45,3 +45,16 @@ TEST(MetaProbe, UnreadableMakerRecordsAndMissingFilesLeaveTheResetValues) {
     EXPECT_EQ(probe.codec, MetaProbe::kCodecUnknown);
     mediaServices().describe = nullptr;
 }
+
+TEST(MetaProbe, AnotherVideoCodecIsNamedFromTheVideoTrackAlone) {
+    auto track = [](const std::string& handler, const std::string& entry) {
+        return container("trak", {container("mdia", {hdlr(handler, "H"),
+                                                     container("minf", {container("stbl", {stsd({box(entry, Bytes(78, '\0'))})})})})});
+    };
+    MovieFile m(box("ftyp", "isom" + be32(0)) + box("moov", join({track("soun", "mp4a"), track("vide", "av01")})));
+    MetaProbe probe;
+    ConsoleCapture console;
+    probe.probe(m.wpath());
+    EXPECT_EQ(probe.codec, MetaProbe::kCodecUnknown);
+    EXPECT_EQ(console.text(), "KMKN not found.\ncodec: av01\n");
+}
