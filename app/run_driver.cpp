@@ -1,6 +1,9 @@
 #include "app/run_driver.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
 
 #include "app/option.h"
 #include "app/tavrel_transcoder.h"
@@ -9,6 +12,7 @@
 #include "foundation/utility.h"
 #include "foundation/wchar.h"
 #include "meta/meta_builder.h"
+#include "mp4/movie_soundness.h"
 #include "video/thumbnailer.h"
 
 bool namesSameFile(const Option& option) {
@@ -18,19 +22,67 @@ bool namesSameFile(const Option& option) {
     return source.st_dev == output.st_dev && source.st_ino == output.st_ino;
 }
 
+namespace {
+
+// What stands at a path: enough to tell whether a run wrote there.
+struct PathState {
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    struct timespec modified {};
+
+    static PathState of(const std::wstring& path) {
+        PathState state;
+        struct stat st {};
+        if (::stat(QVMX::wchar::wcs2mbs(path).c_str(), &st) != 0) return state;
+        state = {true, st.st_dev, st.st_ino, st.st_size, st.st_mtim};
+        return state;
+    }
+    bool operator==(const PathState& o) const {
+        return exists == o.exists && device == o.device && inode == o.inode && size == o.size &&
+               modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec;
+    }
+};
+
+// The one line a refusal or failure ends with.
+void refuse(const std::wstring& file, const std::wstring& cause) {
+    QVMX::Console::out(L"%ls: %ls; nothing was written.\n", file.c_str(), cause.c_str());
+}
+
+bool runSteps(const Option& option);
+
+}  // namespace
+
 bool runJob(const Option& option) {
     if (namesSameFile(option)) {
         QVMX::Console::out(L"the output %ls is the source movie itself; nothing was written.\n",
                            option.output.c_str());
         return false;
     }
+    // Checked before anything is written: a movie whose samples cannot all
+    // be found is not rewritten into one that hides the damage.
+    const std::string problem = MP4::soundnessProblem(option.source);
+    if (!problem.empty()) {
+        refuse(option.source, QVMX::wchar::mbs2wcs(problem.c_str()));
+        return false;
+    }
+    const PathState before = PathState::of(option.output);
+    if (runSteps(option)) return true;
+    // Whatever the run left at the output is not what was asked for.
+    if (!(PathState::of(option.output) == before)) ::unlink(QVMX::wchar::wcs2mbs(option.output).c_str());
+    return false;
+}
 
+namespace {
+
+bool runSteps(const Option& option) {
     unsigned int frames = 0;
     if (option.reencode) {
         const TrimResult trimmed = TavrelTranscoder::trim(option);
         frames = trimmed.frames;
         if (frames == 0) {
-            QVMX::Console::out(L"%ls: %ls; nothing was written.\n", option.source.c_str(), trimmed.problem.c_str());
+            refuse(option.source, trimmed.problem);
             return false;
         }
     }
@@ -43,15 +95,15 @@ bool runJob(const Option& option) {
     if (option.reencode) {
         if (option.probe.modelCode == MetaBuilder::kModelD &&
             !builder.readSpatialData(option.source, option.startSeconds, option.endSeconds)) {
-            QVMX::Console::out(L"readSpatialData failed.\n");
+            refuse(option.source, L"its spatial audio could not be read");
             return false;
         }
         if (!builder.updateMeta(option.output, nullptr, Utility::isSupporFullRangePixelFormat())) {
-            QVMX::Console::out(L"updateMeta failed.\n");
+            refuse(option.source, L"its metadata could not be written into the re-encoded movie");
             return false;
         }
     } else if (!builder.updateMeta(option.source, &option.output, true)) {
-        QVMX::Console::out(L"updateMeta failed.\n");
+        refuse(option.source, L"its metadata could not be brought up to date");
         return false;
     }
 
@@ -63,3 +115,5 @@ bool runJob(const Option& option) {
     }
     return true;
 }
+
+}  // namespace
