@@ -109,9 +109,7 @@ TrimResult TavrelTranscoder::trim(const Option& option) {
 
     // The movie's whole length bounds the reading, as its video may end
     // before its sound.
-    const QVMX::TrimRange range =
-        QVMX::trimRange(report.firstFrame, duration.isNumeric() ? duration - report.firstFrame : duration,
-                        option.startSeconds, endOf(option));
+    const QVMX::TrimRange range = QVMX::trimRange(report.firstFrame, duration, option.startSeconds, endOf(option));
     const QVMX::MediaTime start = range.start;
     const QVMX::MediaTime end = range.end.isNumeric() ? range.end : QVMX::MediaTime::positiveInfinity();
     QVMX::Console::out(L"processing %ls to %ls ...\n", option.source.c_str(), option.output.c_str());

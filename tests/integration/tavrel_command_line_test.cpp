@@ -124,8 +124,10 @@ std::vector<Refusal> refusals() {
         {"OutputInAMissingFolder", Source::A10, "", "source.mp4 missing/out.mp4", kUsage},
         {"NewestWithItsMovieBoxFirst", Source::NewestMoovFirst, "", "source.mp4 out.mp4",
          "processing meta    4 40.00/100.00\nupdateMeta failed.\n"},
-        {"StartAtTheEnd", Source::LowRate, "", "source.mp4 out.mp4 -ss:3", "process(source.mp4, out.mp4) failed.\n"},
-        {"EndBeforeStart", Source::LowRate, "", "source.mp4 out.mp4 -ss:2 -to:1", "process(source.mp4, out.mp4) failed.\n"},
+        {"StartAtTheEnd", Source::LowRate, "", "source.mp4 out.mp4 -ss:3",
+         "source.mp4: the range -ss:3 holds no frame; nothing was written.\n"},
+        {"EndBeforeStart", Source::LowRate, "", "source.mp4 out.mp4 -ss:2 -to:1",
+         "source.mp4: the range -ss:2 -to:1 holds no frame; nothing was written.\n"},
     };
     for (const char* kind : {"Truncated", "RandomBytes", "DamagedMovieBox", "Empty", "Missing", "Directory"}) {
         all.push_back({kind, Source::Plain, kind, "source.mp4 out.mp4", kUsage});

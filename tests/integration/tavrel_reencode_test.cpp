@@ -5,6 +5,10 @@
 // re-encoding is slow.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
 #include "box_walk.h"
 #include "tavrel_fixture.h"
 
@@ -122,6 +126,154 @@ INSTANTIATE_TEST_SUITE_P(
         // Audio below 44.1 kHz is resampled.
         Reencode{"LowRateHevc", Source::LowRate, "-h265 -ki:15 -vb:100000 -ab:64000",
                  "audio sampleRate: in: 32.000, out: 44.100/44.100\n", "hevc", 90, 15, "44100", 0}),
+    [](const auto& p) { return std::string(p.param.name); });
+
+
+// Movies from other software, made here with ffmpeg: a range counted from a
+// first frame that is not at zero, the further tracks kept and cut, the
+// tracks left out named, and the sources refused before anything is written.
+using testsupport::runCommand;
+using testsupport::shellQuote;
+
+// Writes work's source.mp4 from ffmpeg inputs and output options.
+void makeSource(const Workspace& work, const std::string& arguments) {
+    const auto r = runCommand("cd " + shellQuote(work.dir().string()) + " && ffmpeg -nostdin -v error -y " + arguments +
+                                  " source.mp4",
+                              true);
+    ASSERT_EQ(r.status, 0) << arguments << "\n" << r.output;
+}
+
+struct PacketAt {
+    double time;
+    int size;
+};
+
+std::vector<PacketAt> packetsOf(const std::filesystem::path& movie, const std::string& stream) {
+    const auto r = runCommand("ffprobe -v error -select_streams " + stream +
+                              " -show_entries packet=pts_time,size -of csv=p=0 " + shellQuote(movie.string()));
+    std::vector<PacketAt> packets;
+    std::istringstream lines(r.output);
+    std::string line;
+    while (std::getline(lines, line)) {
+        const auto comma = line.find(',');
+        if (comma == std::string::npos) continue;
+        packets.push_back({std::stod(line.substr(0, comma)), std::stoi(line.substr(comma + 1))});
+    }
+    return packets;
+}
+
+// The times of packets larger than minSize in [from, to), shifted back by from.
+std::vector<double> timesIn(const std::vector<PacketAt>& packets, double from, double to, int minSize = 0) {
+    std::vector<double> times;
+    for (const PacketAt& p : packets) {
+        if (p.time >= from - 1e-6 && p.time < to - 1e-6 && p.size > minSize) times.push_back(p.time - from);
+    }
+    return times;
+}
+
+const std::string kTestPicture = "-f lavfi -i testsrc2=size=256x128:rate=30:duration=4 ";
+
+TEST(ReencodeOtherSoftware, TheRangeCountsFromAFirstFrameTenSecondsIn) {
+    Workspace work;
+    makeSource(work, kTestPicture + "-f lavfi -i sine=sample_rate=48000:duration=4 -c:v libx264 -pix_fmt yuv420p "
+                                    "-c:a aac -output_ts_offset 10");
+    const std::string before = sha256(work.source());
+    const auto run = work.convert("-vw:256 -ss:1 -to:3");
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(sha256(work.source()), before);
+    int packets = 0;
+    keyFrameIndices(work.output(), packets);
+    EXPECT_EQ(packets, 60);
+    EXPECT_NEAR(durationSeconds(work.output()), 2.0, 0.1);
+    // Frame 30 of the source, its second 1, is the output's first.
+    EXPECT_EQ(streamFields(work.output(), "v:0").at("start_time"), "0.000000");
+    EXPECT_EQ(decodeErrors(work.output()), "");
+}
+
+TEST(ReencodeOtherSoftware, FurtherAudioAndTextAreKeptCutToTheRangeAndASecondVideoIsNamed) {
+    Workspace work;
+    std::ofstream(work.file("cues.srt")) << "1\n00:00:00,200 --> 00:00:00,900\none\n\n"
+                                            "2\n00:00:01,500 --> 00:00:02,000\ntwo\n\n"
+                                            "3\n00:00:02,500 --> 00:00:03,500\nthree\n\n";
+    makeSource(work, kTestPicture +
+                         "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=4 "
+                         "-f lavfi -i sine=frequency=880:sample_rate=44100:duration=4 -i cues.srt "
+                         "-f lavfi -i testsrc=size=64x32:rate=10:duration=4 -map 0 -map 1 -map 2 -map 3 -map 4 "
+                         "-c:v libx264 -pix_fmt yuv420p -c:a aac -c:a:1 mp3 -c:s mov_text");
+    const std::string before = sha256(work.source());
+    const auto run = work.convert("-vw:256 -ss:1 -to:3");
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(sha256(work.source()), before);
+    EXPECT_TRUE(contains(run.output, "track 5 (avc1, second video) is not kept by a re-encode\n")) << run.output;
+    EXPECT_FALSE(contains(run.output, "track 2 (")) << run.output;
+    EXPECT_FALSE(contains(run.output, "track 3 (")) << run.output;
+    EXPECT_FALSE(contains(run.output, "track 4 (")) << run.output;
+
+    EXPECT_EQ(streamFields(work.output(), "a:0").at("codec_name"), "aac");
+    EXPECT_EQ(streamFields(work.output(), "a:1").at("codec_name"), "mp3");
+    EXPECT_EQ(streamFields(work.output(), "s:0").at("codec_name"), "mov_text");
+    EXPECT_TRUE(packetsOf(work.output(), "v:1").empty());
+    // The copied sound is the source's packets of seconds 1 to 3, moved to zero.
+    const auto soundIn = timesIn(packetsOf(work.source(), "a:1"), 1.0, 3.0);
+    const auto soundOut = timesIn(packetsOf(work.output(), "a:1"), 0.0, 100.0);
+    ASSERT_EQ(soundOut.size(), soundIn.size());
+    ASSERT_FALSE(soundOut.empty());
+    EXPECT_NEAR(soundOut.front(), soundIn.front(), 0.001);
+    EXPECT_NEAR(soundOut.back(), soundIn.back(), 0.001);
+    // The cues of the range (not the empty samples between them) at their new times.
+    EXPECT_EQ(timesIn(packetsOf(work.output(), "s:0"), 0.0, 100.0, 2), (std::vector<double>{0.5, 1.5}));
+    EXPECT_EQ(decodeErrors(work.output()), "");
+}
+
+struct Refusal {
+    const char* name;
+    std::string source;  // ffmpeg arguments, or "zeroed" for a movie whose samples are all zero
+    std::string options;
+    std::string says;
+};
+
+class RefusedReencode : public testing::TestWithParam<Refusal> {};
+
+// Every sample byte of the media data made zero: a movie whose video decodes to nothing.
+void zeroMediaData(const std::filesystem::path& movie) {
+    std::string bytes = testsupport::readFile(movie);
+    const Box* mdat = findBoxes(walkBoxes(bytes), "mdat").at(0);
+    std::fill(bytes.begin() + static_cast<long>(mdat->start + 8), bytes.begin() + static_cast<long>(mdat->start + mdat->size), '\0');
+    std::ofstream(movie, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+TEST_P(RefusedReencode, BeforeAnythingIsWritten) {
+    const Refusal& r = GetParam();
+    Workspace work;
+    if (r.source == "zeroed") {
+        makeSource(work, kTestPicture + "-c:v libx264 -pix_fmt yuv420p");
+        zeroMediaData(work.source());
+    } else {
+        makeSource(work, r.source);
+    }
+    const std::string before = sha256(work.source());
+    const auto run = work.convert(r.options);
+    EXPECT_NE(run.status, 0) << run.output;
+    EXPECT_TRUE(contains(run.output, "source.mp4: " + r.says + "; nothing was written.\n")) << run.output;
+    EXPECT_FALSE(std::filesystem::exists(work.output()));
+    EXPECT_EQ(sha256(work.source()), before);
+    EXPECT_EQ(contains(run.output, "Unknown codec.\n"), r.source == "zeroed") << run.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachCause, RefusedReencode,
+    testing::Values(
+        Refusal{"AudioOnly", "-f lavfi -i sine=duration=1 -c:a aac", "-vw:256", "it has no video track"},
+        Refusal{"Encrypted",
+                kTestPicture + "-c:v libx264 -pix_fmt yuv420p -encryption_scheme cenc-aes-ctr "
+                               "-encryption_key 00112233445566778899aabbccddeeff "
+                               "-encryption_kid 00112233445566778899aabbccddeeff",
+                "-vw:256", "its samples are encrypted"},
+        Refusal{"Undecodable", "zeroed", "-vw:256", "its video (h264) cannot be decoded here"},
+        Refusal{"StartPastTheEnd", kTestPicture + "-c:v libx264 -pix_fmt yuv420p", "-vw:256 -ss:5 -to:2",
+                "the range -ss:5 -to:2 holds no frame"},
+        Refusal{"StartAfterTheVideo", kTestPicture + "-c:v libx264 -pix_fmt yuv420p", "-vw:256 -ss:4",
+                "the range -ss:4 holds no frame"}),
     [](const auto& p) { return std::string(p.param.name); });
 
 }  // namespace
