@@ -11,6 +11,7 @@
 
 #include "box_walk.h"
 #include "tavrel_fixture.h"
+#include "tools/builders/box_builder.h"
 
 namespace e2e {
 namespace {
@@ -275,6 +276,63 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"StartAfterTheVideo", kTestPicture + "-c:v libx264 -pix_fmt yuv420p", "-vw:256 -ss:4",
                 "the range -ss:4 holds no frame"}),
     [](const auto& p) { return std::string(p.param.name); });
+
+
+// Gives the first video's sample entry a sphere mapping (equirectangular,
+// turned 90 degrees, a sixteenth cropped at the top and bottom) and a
+// top-bottom stereo layout; the movie box must come after the media data.
+void addSphereMapping(const std::filesystem::path& movie) {
+    using namespace builders;
+    std::string bytes = testsupport::readFile(movie);
+    const auto top = walkBoxes(bytes);
+    const Box* stsd = findBoxes(top, "moov.trak.mdia.minf.stbl.stsd").at(0);
+    ASSERT_LT(findBoxes(top, "mdat").at(0)->start, findBoxes(top, "moov").at(0)->start);
+    const uint64_t entry = stsd->payloadStart() + 8;
+    ASSERT_EQ(bytes.substr(entry + 4, 4), "avc1");
+    const uint32_t sixteenth = 0x10000000;
+    const Bytes added = fullBox("st3d", 0, 0, Bytes(1, '\1')) +
+                        box("sv3d", fullBox("svhd", 0, 0, Bytes(1, '\0')) +
+                                        box("proj", fullBox("prhd", 0, 0, be32(90u << 16) + be32(0) + be32(0)) +
+                                                        fullBox("equi", 0, 0, be32(sixteenth) + be32(sixteenth) + be32(0) + be32(0))));
+    auto grow = [&](uint64_t at) {
+        const uint32_t size = (uint8_t(bytes[at]) << 24) | (uint8_t(bytes[at + 1]) << 16) | (uint8_t(bytes[at + 2]) << 8) |
+                              uint8_t(bytes[at + 3]);
+        bytes.replace(at, 4, be32(size + static_cast<uint32_t>(added.size())));
+    };
+    const uint32_t entrySize = (uint8_t(bytes[entry]) << 24) | (uint8_t(bytes[entry + 1]) << 16) |
+                               (uint8_t(bytes[entry + 2]) << 8) | uint8_t(bytes[entry + 3]);
+    bytes.insert(entry + entrySize, added);
+    grow(entry);
+    for (const char* path : {"moov", "moov.trak", "moov.trak.mdia", "moov.trak.mdia.minf", "moov.trak.mdia.minf.stbl",
+                             "moov.trak.mdia.minf.stbl.stsd"}) {
+        grow(findBoxes(top, path).at(0)->start);
+    }
+    testsupport::writeFile(movie, bytes);
+}
+
+TEST(ReencodeOtherSoftware, TheSphereMappingAndStereoLayoutOfTheSourceAreCarried) {
+    Workspace work;
+    makeSource(work, "-f lavfi -i testsrc2=size=512x256:rate=30:duration=2 -c:v libx264 -pix_fmt yuv420p");
+    addSphereMapping(work.source());
+    const auto read = runCommand("ffprobe -v error -show_entries stream_side_data -of flat " +
+                                 shellQuote(work.source().string()));
+    ASSERT_TRUE(contains(read.output, "yaw=90")) << "ffmpeg does not read the made mapping:\n" << read.output;
+
+    const auto run = work.convert("-vw:256 -to:1");
+    ASSERT_EQ(run.status, 0) << run.output;
+    const std::string side = runCommand("ffprobe -v error -select_streams v:0 -show_entries stream_side_data -of flat " +
+                                        shellQuote(work.output().string())).output;
+    EXPECT_TRUE(contains(side, "side_data_type=\"Spherical Mapping\"")) << side;
+    EXPECT_TRUE(contains(side, "yaw=90")) << side;
+    EXPECT_TRUE(contains(side, "type=\"top and bottom\"")) << side;
+    // The crop is kept as the same fractions; ffprobe turns them into rows
+    // of the picture it reads (19 and 17 for the source's 256 rows).
+    EXPECT_TRUE(contains(read.output, "bound_top=19")) << read.output;
+    EXPECT_TRUE(contains(read.output, "bound_bottom=17")) << read.output;
+    EXPECT_TRUE(contains(side, "projection=\"tiled equirectangular\"")) << side;
+    EXPECT_TRUE(contains(side, "bound_top=10")) << side;
+    EXPECT_TRUE(contains(side, "bound_bottom=8")) << side;
+}
 
 }  // namespace
 }  // namespace e2e
