@@ -134,8 +134,13 @@ bool Container::appendAtEnd(const std::wstring& name, const EditFn& write) {
                 if (last.size > 0xFFFFFFFFull || !last.writeSize(file, last.size)) return false;
             }
         }
-        file.seek(end);
-        if (write(file)) return true;
+        // Readers find a fragment index from the end of the file.
+        if (trailingIndex() != nullptr) {
+            if (keepIndexLast(file, write)) return true;
+        } else {
+            file.seek(end);
+            if (write(file)) return true;
+        }
         [[maybe_unused]] const int ignored = ::ftruncate(file.descriptor(), static_cast<off_t>(length));
         return false;
     });

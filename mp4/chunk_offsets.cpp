@@ -107,7 +107,8 @@ bool Container::shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t d
 
 bool Container::followChunks(BinFile& file, const OffsetMap& where) {
     bool found = false;
-    return mapChunkOffsets(file, kTrackTables, where, found) && mapChunkOffsets(file, kSpatialTables, where, found);
+    return mapChunkOffsets(file, kTrackTables, where, found) && mapChunkOffsets(file, kSpatialTables, where, found) &&
+           followFragmentIndex(file, where);
 }
 
 bool Container::modifySTCOIndex(BinFile& file, int64_t delta) {

@@ -81,6 +81,8 @@ public:
     // Every chunk offset of every table, each moved to where its own bytes
     // went; checked whole before the first is written.
     bool followChunks(BinFile& file, const OffsetMap& where);
+    // The moof offsets of the fragment random-access tables, the same way.
+    bool followFragmentIndex(BinFile& file, const OffsetMap& where);
 
     // Rewrites made between these two go into the file in one copy: each
     // operation only records its edits, and commitEdits writes them all (no
@@ -127,6 +129,11 @@ private:
     // Appends at the end of the file in place; the file is cut back to its
     // old length when write fails.
     bool appendAtEnd(const std::wstring& name, const EditFn& write);
+    // A fragment random-access box that ends the file, or null.
+    const BOX* trailingIndex() const;
+    // Writes in place of the trailing index and puts the index back after
+    // what was written.
+    bool keepIndexLast(BinFile& file, const EditFn& write);
     // appendAtEnd for a spatial-data block that stood at oldOffset in its
     // source; its track and KDT9 are then pointed at the new place.
     bool appendBlock(const std::wstring& name, uint64_t oldOffset, const EditFn& write);

@@ -1,0 +1,87 @@
+// A fragmented movie's random-access index: it keeps pointing at its
+// fragments when the movie box grows, and stays the file's last box when
+// something is appended.
+#include <gtest/gtest.h>
+
+#include "support/movie_file.h"
+#include "tools/builders/box_builder.h"
+
+using namespace testsupport;
+using namespace builders;
+
+namespace {
+
+Bytes fragment(uint32_t sequence) {
+    const Bytes tfhd = fullBox("tfhd", 0, 0x020000, be32(1));
+    const Bytes trun = fullBox("trun", 0, 0x201, be32(1) + be32(0) + be32(4));
+    Bytes moof = box("moof", fullBox("mfhd", 0, 0, be32(sequence)) + box("traf", tfhd + trun));
+    // The run's data offset: from the fragment's start to its mdat payload.
+    moof.replace(moof.find("trun") + 12, 4, be32(uint32_t(moof.size() + 8)));
+    return moof + box("mdat", "abc" + std::to_string(sequence % 10));
+}
+
+// tfra version 1 (64-bit time and offset), one-byte numbers.
+Bytes index(const std::vector<uint64_t>& moofs) {
+    Bytes entries;
+    for (uint64_t o : moofs) entries += be64(0) + be64(o) + "\x01\x01\x01";
+    const Bytes tfra = fullBox("tfra", 1, 0, be32(1) + be32(0) + be32(uint32_t(moofs.size())) + entries);
+    const uint32_t total = uint32_t(8 + tfra.size() + 16);
+    return box("mfra", tfra + fullBox("mfro", 0, 0, be32(total)));
+}
+
+struct Fragmented {
+    Bytes bytes;
+    std::vector<uint64_t> moofs;
+};
+
+Fragmented fragmentedMovie() {
+    Fragmented f;
+    f.bytes = box("ftyp", "iso5") + box("moov", mvhd(0, 0, 1000, 0) + box("udta", ""));
+    for (uint32_t i = 1; i <= 3; ++i) {
+        f.moofs.push_back(f.bytes.size());
+        f.bytes += fragment(i);
+    }
+    f.bytes += index(f.moofs);
+    return f;
+}
+
+std::vector<uint64_t> indexedOffsets(const Bytes& b) {
+    std::vector<uint64_t> out;
+    const size_t tfra = b.rfind("tfra");
+    const uint32_t count = uint32_t(uint8_t(b[tfra + 16])) << 24 | uint32_t(uint8_t(b[tfra + 17])) << 16 |
+                           uint32_t(uint8_t(b[tfra + 18])) << 8 | uint32_t(uint8_t(b[tfra + 19]));
+    for (uint32_t i = 0; i < count; ++i) {
+        uint64_t v = 0;
+        for (int k = 0; k < 8; ++k) v = v << 8 | uint8_t(b[tfra + 20 + i * 19 + 8 + size_t(k)]);
+        out.push_back(v);
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST(FragmentIndex, FollowsTheFragmentsWhenTheMovieBoxGrows) {
+    const Fragmented f = fragmentedMovie();
+    MovieFile m(f.bytes);
+    const Bytes udta = box("udta", box("note", Bytes(40, 'n')));
+    ASSERT_TRUE(m.container.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size())));
+    const Bytes out = m.bytes();
+    const auto offsets = indexedOffsets(out);
+    ASSERT_EQ(offsets.size(), 3u);
+    for (size_t i = 0; i < offsets.size(); ++i) {
+        EXPECT_EQ(offsets[i], f.moofs[i] + udta.size() - 8);
+        EXPECT_EQ(out.substr(offsets[i] + 4, 4), "moof");
+    }
+}
+
+TEST(FragmentIndex, StaysLastWhenSomethingIsAppended) {
+    const Fragmented f = fragmentedMovie();
+    MovieFile m(f.bytes);
+    ASSERT_TRUE(m.container.appendXMP("<x:xmpmeta/>"));
+    const Bytes out = m.bytes();
+    const Bytes mfra = f.bytes.substr(f.bytes.rfind("mfra") - 4);
+    EXPECT_EQ(out.substr(out.size() - mfra.size()), mfra);
+    EXPECT_EQ(out.substr(0, f.bytes.size() - mfra.size()), f.bytes.substr(0, f.bytes.size() - mfra.size()));
+    EXPECT_NE(out.find("<x:xmpmeta/>"), Bytes::npos);
+    EXPECT_EQ(indexedOffsets(out), f.moofs);
+}
