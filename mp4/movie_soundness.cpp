@@ -1,8 +1,12 @@
 #include "mp4/movie_soundness.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
+#include "foundation/wchar.h"
 #include "mp4/box_edits.h"
 #include "mp4/container_boxes.h"
 #include "mp4/header_boxes.h"
@@ -296,6 +300,12 @@ std::string soundnessProblem(Container& container, BinFile& file) {
 }
 
 std::string soundnessProblem(const std::wstring& path) {
+    struct stat st {};
+    const std::string name = QVMX::wchar::wcs2mbs(path);
+    if (::stat(name.c_str(), &st) != 0) {
+        return errno == ENOENT ? "there is no such file" : "it cannot be opened for reading";
+    }
+    if (S_ISDIR(st.st_mode)) return "it is a folder, not a movie";
     Container container;
     if (!container.attach(path)) return "it cannot be opened for reading";
     BinFile file(path, 'r');

@@ -123,15 +123,25 @@ std::vector<Refusal> refusals() {
         {"OutputIsALinkToTheSource", Source::Plain, "", "source.mp4 link.mp4", "is the source movie itself"},
         {"OutputInAMissingFolder", Source::A10, "", "source.mp4 missing/out.mp4", kUsage},
         {"NewestWithItsMovieBoxFirst", Source::NewestMoovFirst, "", "source.mp4 out.mp4",
-         "processing meta    4 40.00/100.00\nupdateMeta failed.\n"},
+         "processing meta    4 40.00/100.00\nsource.mp4: its metadata could not be brought up to date; nothing was written.\n"},
         {"StartAtTheEnd", Source::LowRate, "", "source.mp4 out.mp4 -ss:3",
          "source.mp4: the range -ss:3 holds no frame; nothing was written.\n"},
         {"EndBeforeStart", Source::LowRate, "", "source.mp4 out.mp4 -ss:2 -to:1",
          "source.mp4: the range -ss:2 -to:1 holds no frame; nothing was written.\n"},
     };
-    for (const char* kind : {"Truncated", "RandomBytes", "DamagedMovieBox", "Empty", "Missing", "Directory"}) {
-        all.push_back({kind, Source::Plain, kind, "source.mp4 out.mp4", kUsage});
-        all.push_back({std::string(kind) + "Reencoding", Source::Plain, kind, "source.mp4 out.mp4 -vw:256", kUsage});
+    const std::pair<const char*, std::string> broken[] = {
+        {"Truncated", "it holds no movie box: it is not a movie"},
+        {"RandomBytes", "it holds no movie box: it is not a movie"},
+        {"DamagedMovieBox", "track 1's sample tables are cut short"},
+        {"Empty", "it holds no movie box: it is not a movie"},
+        {"Missing", "there is no such file"},
+        {"Directory", "it is a folder, not a movie"},
+    };
+    for (const auto& [kind, cause] : broken) {
+        // One line naming the file and the cause, then the usage.
+        const std::string says = "source.mp4: " + cause + "; nothing was written.\n\nTavrel ";
+        all.push_back({kind, Source::Plain, kind, "source.mp4 out.mp4", says});
+        all.push_back({std::string(kind) + "Reencoding", Source::Plain, kind, "source.mp4 out.mp4 -vw:256", says});
     }
     return all;
 }
