@@ -96,10 +96,12 @@ TrimResult TavrelTranscoder::trim(const Option& option) {
     transcoder.setMoovFirst(option.probe.modelCode <= MetaBuilder::kNewerLayout);
 
     // The first audio track is encoded; the others the output can hold go
-    // in as they are, and every track left out is named.
+    // in as they are, other audio is encoded track by track, and every track
+    // left out is named.
     transcoder.videoReader()->firstAudioOnly = true;
     for (const QVMX::TrackChoice& track : report.tracks) {
         if (track.role == QVMX::TrackRole::Copied) transcoder.copiedStreams.push_back(track.index);
+        if (track.role == QVMX::TrackRole::ReencodedAudio) transcoder.reencodedAudio.push_back(track.index);
         if (track.role == QVMX::TrackRole::Dropped) {
             QVMX::Console::out(L"%ls\n", wide(QVMX::droppedLine(track)).c_str());
         }

@@ -26,12 +26,11 @@ std::string describe(const TrackFacts& t) {
     switch (t.kind) {
         case TrackKind::Video:
             return "second video";
-        case TrackKind::Audio:
-            return "audio the output cannot hold";
         case TrackKind::Subtitle:
             return "subtitles the output cannot hold";
         case TrackKind::Data:
             return "data";
+        case TrackKind::Audio:  // every audio track is kept
         case TrackKind::Other:
             break;
     }
@@ -61,6 +60,8 @@ std::vector<TrackChoice> planTracks(const std::vector<TrackFacts>& tracks) {
             c.reason = describe(t);
         } else if (t.muxerCarries && t.kind != TrackKind::Other) {
             c.role = TrackRole::Copied;
+        } else if (t.kind == TrackKind::Audio) {
+            c.role = TrackRole::ReencodedAudio;
         } else {
             c.reason = describe(t);
         }

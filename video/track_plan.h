@@ -24,6 +24,7 @@ enum class TrackRole {
     EncodedVideo,  // the first video: decoded, scaled, encoded
     EncodedAudio,  // the first audio: decoded and encoded to AAC
     Copied,        // its packets go into the output as they are, cut to the range
+    ReencodedAudio,  // further audio the output cannot take as it is: an AAC track of its own
     Timecode,      // kept as the video's timecode tag, from which the muxer makes its own track
     Dropped,
 };

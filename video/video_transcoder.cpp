@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "video/audio_reencode.h"
 #include "video/movie_muxer.h"
 #include "video/packet_source.h"
 #include "video/platform_log.h"
@@ -104,8 +105,11 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
     const MediaTime rangeEnd = timeRange.isValid() ? timeRange.end() : MediaTime::invalid();
     QVMX::StreamCopy copy(startTime.isNumeric() ? startTime : rangeStart,
                           rangeEnd.isNumeric() ? rangeEnd : MediaTime::invalid());
+    QVMX::AudioReencode extraAudio(startTime.isNumeric() ? startTime : rangeStart,
+                                   rangeEnd.isNumeric() ? rangeEnd : MediaTime::invalid(), writer.audioEncoderBitRate);
     writer.prepareStreams = [&](QVMX::MovieMuxer& muxer, AVStream* video, std::string& error) {
         if (!copy.addStreams(reader.formatContext(), copiedStreams, muxer, error)) return false;
+        if (!extraAudio.addStreams(reader.formatContext(), reencodedAudio, muxer, error)) return false;
         const AVFormatContext* input = reader.formatContext();
         const int index = reader.videoStreamIndex();
         if (QVMX::carryVideoTags(index >= 0 ? input->streams[index] : nullptr, video, videoTimecode)) {
@@ -120,6 +124,7 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
         return false;
     }
     copy.enable(*reader.packetSource());
+    extraAudio.enable(*reader.packetSource());
     std::string copyError;
     bool copyOK = true;
 
@@ -150,7 +155,11 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
             });
         }
         if (!keepGoing) break;
-        if (copyOK && writer.muxer() != nullptr) copyOK = copy.pump(*reader.packetSource(), *writer.muxer(), copyError);
+        if (copyOK && writer.muxer() != nullptr) {
+            const MediaTime until = reader.currentFrameTime + MediaTime::makeWithSeconds(audioPrecedingLimit, 1000);
+            copyOK = copy.pump(*reader.packetSource(), *writer.muxer(), copyError) &&
+                     extraAudio.pump(*reader.packetSource(), *writer.muxer(), until, copyError);
+        }
         if (!copyOK) break;
         // A failed writer is never ready again; waiting for it would not end.
         if (writer.status() == QVMXVideoWriter::kFailed) break;
@@ -159,7 +168,8 @@ bool QVMXVideoTranscoder::process(const std::string& outputURL, float audioPrece
     }
 
     if (copyOK && status == QVMXVideoReader::kCompleted && writer.muxer() != nullptr) {
-        copyOK = copy.finish(*reader.packetSource(), *writer.muxer(), copyError);
+        copyOK = copy.finish(*reader.packetSource(), *writer.muxer(), copyError) &&
+                 extraAudio.finish(*reader.packetSource(), *writer.muxer(), copyError);
     }
     for (int index : copiedStreams) copiedPackets[index] = copy.written(index);
     if (processFinally) processFinally(writer);

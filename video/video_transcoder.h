@@ -46,6 +46,8 @@ public:
     // Source streams whose packets the main process puts into the output as
     // they are, cut to the time range like the frames.
     std::vector<int> copiedStreams;
+    // Further audio streams encoded to AAC each on its own, cut the same way.
+    std::vector<int> reencodedAudio;
     // The output video's start timecode; empty for none.
     std::string videoTimecode;
     // After process: packets written per copied source stream, and why it

@@ -334,5 +334,22 @@ TEST(ReencodeOtherSoftware, TheSphereMappingAndStereoLayoutOfTheSourceAreCarried
     EXPECT_TRUE(contains(side, "bound_bottom=8")) << side;
 }
 
+
+TEST(ReencodeOtherSoftware, FurtherAudioTheOutputCannotHoldIsEncodedOnItsOwn) {
+    Workspace work;
+    makeSource(work, kTestPicture +
+                         "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=4 "
+                         "-f lavfi -i sine=frequency=880:sample_rate=8000:duration=4 -map 0 -map 1 -map 2 "
+                         "-c:v libx264 -pix_fmt yuv420p -c:a aac -c:a:1 pcm_s16le -f mov");
+    const auto run = work.convert("-vw:256 -ss:1 -to:3");
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_FALSE(contains(run.output, "is not kept")) << run.output;
+    const Fields second = streamFields(work.output(), "a:1");
+    EXPECT_EQ(second.at("codec_name"), "aac");
+    EXPECT_EQ(second.at("sample_rate"), "8000");
+    EXPECT_NEAR(std::stod(second.at("duration")), 2.0, 0.15);
+    EXPECT_EQ(decodeErrors(work.output()), "");
+}
+
 }  // namespace
 }  // namespace e2e

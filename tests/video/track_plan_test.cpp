@@ -28,12 +28,13 @@ TEST(TrackPlan, FirstVideoAndAudioAreEncodedCarriedTracksCopiedOneTimecodeKept) 
                                         track(2, TrackKind::Audio, "mp4a", true), track(3, TrackKind::Audio, "mp4a", true),
                                         track(4, TrackKind::Data, "tmcd"), track(5, TrackKind::Data, "gpmd", true),
                                         track(6, TrackKind::Subtitle, "tx3g", true), track(7, TrackKind::Data, "tmcd"),
-                                        track(8, TrackKind::Video, "hvc1", true)});
+                                        track(8, TrackKind::Video, "hvc1", true), track(9, TrackKind::Audio, "sowt")});
     std::vector<TrackRole> roles;
     for (const auto& c : plan) roles.push_back(c.role);
     EXPECT_EQ(roles, (std::vector<TrackRole>{TrackRole::Dropped, TrackRole::EncodedVideo, TrackRole::EncodedAudio,
                                              TrackRole::Copied, TrackRole::Timecode, TrackRole::Copied,
-                                             TrackRole::Copied, TrackRole::Dropped, TrackRole::Dropped}));
+                                             TrackRole::Copied, TrackRole::Dropped, TrackRole::Dropped,
+                                             TrackRole::ReencodedAudio}));
     // A picture without a sample entry is named by its codec.
     EXPECT_EQ(QVMX::droppedLine(plan[0]), "track 1 (codec0, cover art) is not kept by a re-encode");
     EXPECT_EQ(QVMX::droppedLine(plan[7]), "track 8 (tmcd, second timecode) is not kept by a re-encode");
