@@ -106,7 +106,17 @@ Workspace::Workspace(Source source) {
     sourceHash_ = sha256(this->source());
 }
 
+Workspace::Workspace(const std::filesystem::path& movie, const std::string& name) {
+    std::filesystem::copy_file(movie, file(name));
+    adopt(name);
+}
+
 Workspace::Workspace() = default;
+
+void Workspace::adopt(const std::string& name) {
+    sourceName_ = name;
+    sourceHash_ = sha256(source());
+}
 
 Workspace::~Workspace() {
     EXPECT_TRUE(sourceHash_.empty() || sha256(source()) == sourceHash_) << "the source was modified";

@@ -48,6 +48,8 @@ class Workspace {
 public:
     // A fresh directory holding a copy of source as "source.mp4".
     explicit Workspace(Source source);
+    // A fresh directory holding a copy of any movie under the given name.
+    Workspace(const std::filesystem::path& movie, const std::string& name);
     // An empty one.
     Workspace();
     ~Workspace();
@@ -56,7 +58,10 @@ public:
 
     const std::filesystem::path& dir() const { return dir_.path(); }
     std::filesystem::path file(const std::string& name) const { return dir_.file(name); }
-    std::filesystem::path source() const { return file("source.mp4"); }
+    std::filesystem::path source() const { return file(sourceName_); }
+    // Takes a movie made in this directory as the source, whose bytes the
+    // runs must keep.
+    void adopt(const std::string& name);
     std::filesystem::path output() const { return file("out.mp4"); }
 
     // Runs tavrel with the arguments (already quoted for the shell) in this
@@ -67,6 +72,7 @@ public:
 
 private:
     testsupport::TempDir dir_;
+    std::string sourceName_ = "source.mp4";
     std::string sourceHash_;
 };
 
