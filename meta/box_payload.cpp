@@ -5,6 +5,7 @@
 #include "foundation/file_io.h"
 #include "mp4/box.h"
 #include "mp4/container.h"
+#include "mp4/header_boxes.h"
 
 std::string readBoxPayload(MP4::Container& container, const MP4::BOX& box, uint64_t limit) {
     std::string out;
@@ -25,3 +26,12 @@ std::string readBoxPayload(MP4::Container& container, const MP4::BOX& box, uint6
 }
 
 std::string textOf(const std::string& payload) { return payload.substr(0, payload.find('\0')); }
+
+const MP4::TKHD* videoTrackHeader(MP4::Container& container) {
+    MP4::BOX* track = container.videoTrack();
+    if (track == nullptr || !track->hasChild()) return nullptr;
+    for (const auto& child : static_cast<MP4::NestedBox&>(*track).children) {
+        if (const auto* tkhd = dynamic_cast<const MP4::TKHD*>(child.get())) return tkhd;
+    }
+    return nullptr;
+}

@@ -38,6 +38,8 @@ void MetaBuilder::init() {
     xmp.clear();
     axis.clear();
     sphereXml.clear();
+    sourceWidth = sourceHeight = 0;
+    sourceSpherical = false;
     model.clear();
     creationTime = 0;
     projectionType = 0;
@@ -87,6 +89,19 @@ bool MetaBuilder::readMeta(const std::wstring& source, bool flag) {
         if (uuid != nullptr && uuid->isKind(MP4::SphericalXML::_UUID)) sphereXml = std::string(uuid->payload.view());
         return true;
     });
+
+    if (const MP4::TKHD* tkhd = videoTrackHeader(container)) {
+        sourceWidth = tkhd->width;
+        sourceHeight = tkhd->height;
+    }
+    container.find("moov.trak.mdia.minf.stbl.stsd", [&](MP4::BOX& box) {
+        const std::string entries = readBoxPayload(container, box, kMaxSampleDescriptions);
+        if (entries.find("sv3d") != std::string::npos || entries.find("st3d") != std::string::npos) {
+            sourceSpherical = true;
+        }
+        return true;
+    });
+    if (!sphereXml.empty()) sourceSpherical = true;
 
     // A packet that already names the position is kept as the camera wrote it.
     const bool fullLocation = xmp.find("<exif:GPSLatitude>") != std::string::npos &&

@@ -60,6 +60,11 @@ public:
     std::string xmp;
     std::string axis;
     std::string sphereXml;
+    // The source's video frame and whether it says it is spherical (a V1
+    // XML or V2 boxes): a flat source is not made a 360 movie by scaling.
+    uint32_t sourceWidth = 0;
+    uint32_t sourceHeight = 0;
+    bool sourceSpherical = false;
     std::string stitchingSoftware;
     uint32_t projectionType = 0;
     uint64_t creationTime = 0;

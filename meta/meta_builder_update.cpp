@@ -4,7 +4,9 @@
 
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "meta/box_payload.h"
 #include "meta/meta_builder.h"
+#include "meta/sphere_xml_pixels.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/uuid_box.h"
@@ -87,20 +89,21 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
 }
 
 void MetaBuilder::updateSphereXML(MP4::Container& container, bool inPlace) {
+    uint32_t width = 0, height = 0;
+    if (const MP4::TKHD* tkhd = videoTrackHeader(container)) {
+        width = tkhd->width;
+        height = tkhd->height;
+    }
+    const bool resized = sourceWidth != 0 && sourceHeight != 0 && width != 0 && height != 0 &&
+                         (width != sourceWidth || height != sourceHeight);
     if (sphereXml.empty()) {
-        uint32_t width = 0, height = 0;
-        const MP4::TKHD* tkhd = nullptr;
-        if (MP4::BOX* track = container.videoTrack(); track != nullptr && track->hasChild()) {
-            for (const auto& child : static_cast<MP4::NestedBox&>(*track).children) {
-                if ((tkhd = dynamic_cast<const MP4::TKHD*>(child.get())) != nullptr) break;
-            }
-        }
-        if (tkhd != nullptr) {
-            width = tkhd->width;
-            height = tkhd->height;
-        }
+        const bool flatSource = resized && uint64_t(sourceWidth) != 2 * uint64_t(sourceHeight) && !sourceSpherical;
         if (!inPlace && projectionType == 2) {
             QVMX::Console::out(L"MP4: Not a spherical video.\n");
+        } else if (height >= 1 && uint64_t(width) == 2 * uint64_t(height) && flatSource) {
+            QVMX::Console::out(L"warning: the source is a flat %ux%u movie without spherical metadata; "
+                               L"its 2:1 re-encode is not marked as a 360 movie.\n",
+                               sourceWidth, sourceHeight);
         } else if (height >= 1 && uint64_t(width) == 2 * uint64_t(height)) {
             ViewHeading record;
             record.stitchingSoftware = stitchingSoftware;
@@ -110,6 +113,9 @@ void MetaBuilder::updateSphereXML(MP4::Container& container, bool inPlace) {
         } else {
             QVMX::Console::out(L"MP4: Not a spherical video.\n");
         }
+    } else if (resized) {
+        // The source's XML names its own frame's pixels.
+        sphereXml = scaleSphereXmlPixels(sphereXml, double(width) / sourceWidth, double(height) / sourceHeight);
     }
     if (!sphereXml.empty() && sphereXml.size() < kSphereXmlLength) {
         sphereXml += '\n';

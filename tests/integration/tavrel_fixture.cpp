@@ -220,11 +220,12 @@ std::string sha256(const std::filesystem::path& file) {
     return line.substr(0, line.find(' '));
 }
 
-void expectSourcesCreationTime(const std::filesystem::path& output) {
+void expectSourcesCreationTime(const std::filesystem::path& output, bool withSphereXml) {
     EXPECT_EQ(exiftoolValues(output, "-QuickTime:CreateDate -Track1:TrackCreateDate -Track1:MediaCreateDate"),
               "2018:01:10 12:00:00\n2018:01:10 12:00:00\n2018:01:10 12:00:00\n");
     // The XML carries the movie header's count, seconds since 1904.
-    EXPECT_TRUE(contains(testsupport::readFile(output), "<GSpherical:Timestamp>3598430400</GSpherical:Timestamp>"));
+    EXPECT_EQ(contains(testsupport::readFile(output), "<GSpherical:Timestamp>3598430400</GSpherical:Timestamp>"),
+              withSphereXml);
 }
 
 void expectJpeg(const std::filesystem::path& jpeg, const std::string& width, const std::string& height) {

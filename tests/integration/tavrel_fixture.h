@@ -108,7 +108,7 @@ std::string sha256(const std::filesystem::path& file);
 
 // The sources' creation time in every header of an output made from one,
 // and as its spherical XML's time stamp.
-void expectSourcesCreationTime(const std::filesystem::path& output);
+void expectSourcesCreationTime(const std::filesystem::path& output, bool withSphereXml = true);
 // A decodable JPEG of the given size.
 void expectJpeg(const std::filesystem::path& jpeg, const std::string& width, const std::string& height);
 
