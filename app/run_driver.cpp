@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 #include "app/option.h"
@@ -52,6 +53,18 @@ void refuse(const std::wstring& file, const std::wstring& cause) {
 
 bool runSteps(const Option& option);
 
+// Why nothing can be written at the output path, in a user's words; empty
+// when it can.
+std::wstring outputProblem(const std::wstring& output) {
+    const std::filesystem::path path(QVMX::wchar::wcs2mbs(output));
+    std::error_code error;
+    if (std::filesystem::is_directory(path, error)) return L"it is a folder";
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+    if (!std::filesystem::is_directory(folder, error)) return L"its folder does not exist";
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) return L"its folder cannot be written to";
+    return {};
+}
+
 }  // namespace
 
 bool runJob(const Option& option) {
@@ -65,6 +78,10 @@ bool runJob(const Option& option) {
     const std::string problem = MP4::soundnessProblem(option.source);
     if (!problem.empty()) {
         refuse(option.source, QVMX::wchar::mbs2wcs(problem.c_str()));
+        return false;
+    }
+    if (const std::wstring cause = outputProblem(option.output); !cause.empty()) {
+        refuse(option.output, cause);
         return false;
     }
     const PathState before = PathState::of(option.output);
