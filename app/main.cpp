@@ -10,6 +10,7 @@
 #include "app/version.h"
 #include "app/video_services.h"
 #include "foundation/console.h"
+#include "foundation/pending_output.h"
 #include "foundation/utility.h"
 #include "foundation/wchar.h"
 
@@ -44,5 +45,6 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
     installVideoServices();
+    QVMX::PendingOutput::installInterruptHandler();
     return run(argc, argv);
 }

@@ -10,9 +10,12 @@
 #include "app/tavrel_transcoder.h"
 #include "app/version.h"
 #include "foundation/console.h"
+#include "foundation/pending_output.h"
 #include "foundation/utility.h"
 #include "foundation/wchar.h"
 #include "meta/meta_builder.h"
+#include "mp4/container.h"
+#include "mp4/header_boxes.h"
 #include "mp4/movie_soundness.h"
 #include "video/thumbnailer.h"
 
@@ -25,43 +28,102 @@ bool namesSameFile(const Option& option) {
 
 namespace {
 
-// What stands at a path: enough to tell whether a run wrote there.
-struct PathState {
-    bool exists = false;
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    struct timespec modified {};
+// Room kept for what the metadata adds to a copy of the source.
+constexpr unsigned long long kMetadataRoom = 4ull << 20;
 
-    static PathState of(const std::wstring& path) {
-        PathState state;
-        struct stat st {};
-        if (::stat(QVMX::wchar::wcs2mbs(path).c_str(), &st) != 0) return state;
-        state = {true, st.st_dev, st.st_ino, st.st_size, st.st_mtim};
-        return state;
-    }
-    bool operator==(const PathState& o) const {
-        return exists == o.exists && device == o.device && inode == o.inode && size == o.size &&
-               modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec;
-    }
-};
+std::wstring wide(const std::string& text) { return QVMX::wchar::mbs2wcs(text.c_str()); }
+// The conversion may leave a terminating NUL in the string; it is not part of the name.
+std::string narrow(const std::wstring& text) { return QVMX::wchar::wcs2mbs(text).c_str(); }
 
 // The one line a refusal or failure ends with.
 void refuse(const std::wstring& file, const std::wstring& cause) {
     QVMX::Console::out(L"%ls: %ls; nothing was written.\n", file.c_str(), cause.c_str());
 }
 
-bool runSteps(const Option& option);
+// Why a run failed: the file it concerns and the cause in a user's words.
+struct Failure {
+    std::wstring file;
+    std::wstring cause;
+    bool failed() const { return !cause.empty(); }
+};
 
-// Why nothing can be written at the output path, in a user's words; empty
-// when it can.
+// Why nothing can be written at the output path; empty when it can.
 std::wstring outputProblem(const std::wstring& output) {
-    const std::filesystem::path path(QVMX::wchar::wcs2mbs(output));
+    const std::filesystem::path path(narrow(output));
     std::error_code error;
     if (std::filesystem::is_directory(path, error)) return L"it is a folder";
     const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
     if (!std::filesystem::is_directory(folder, error)) return L"its folder does not exist";
     if (::access(folder.c_str(), W_OK | X_OK) != 0) return L"its folder cannot be written to";
+    return {};
+}
+
+// About how many bytes the result takes: a copy of the source and its
+// metadata, or the bit rates over the kept range for a re-encode.
+unsigned long long expectedBytes(const Option& option, const MP4::Container& source, uint64_t sourceBytes) {
+    if (!option.reencode) return sourceBytes + kMetadataRoom;
+    double seconds = 0;
+    if (const MP4::BOX* moov = source.moov(); moov != nullptr && moov->hasChild()) {
+        for (const auto& child : static_cast<const MP4::NestedBox&>(*moov).children) {
+            if (const auto* mvhd = dynamic_cast<const MP4::MVHD*>(child.get())) seconds = mvhd->durationSeconds;
+        }
+    }
+    if (option.endSeconds != Option::kToTheEnd && option.endSeconds < seconds) seconds = option.endSeconds;
+    seconds = seconds > option.startSeconds ? seconds - option.startSeconds : 0;
+    const double rate = double(option.videoBitRate == Option::kAutomaticBitRate ? 0 : option.videoBitRate) +
+                        double(option.audioBitRate);
+    return static_cast<unsigned long long>(rate / 8 * seconds) + kMetadataRoom;
+}
+
+// The refusals that come before anything is written.
+Failure checkBeforeWriting(const Option& option) {
+    // A movie whose samples cannot all be found is not rewritten into one
+    // that hides the damage.
+    MP4::Container source;
+    std::string problem = MP4::sourceFileProblem(option.source);
+    MP4::BinFile file(option.source, 'r');
+    if (problem.empty() && (!file.isOpen() || !source.attach(option.source))) problem = "it cannot be opened for reading";
+    if (problem.empty()) problem = MP4::soundnessProblem(source, file);
+    if (!problem.empty()) return {option.source, wide(problem)};
+    if (std::wstring cause = outputProblem(option.output); !cause.empty()) return {option.output, cause};
+    const std::string room = QVMX::roomProblem(narrow(option.output), expectedBytes(option, source, file.length()));
+    if (!room.empty()) return {option.output, wide(room)};
+    return {};
+}
+
+// Every step, writing into movie (and thumbnail, when asked for) instead
+// of the output paths.
+Failure runSteps(const Option& option, const std::wstring& movie, const std::wstring& thumbnail) {
+    unsigned int frames = 0;
+    if (option.reencode) {
+        const TrimResult trimmed = TavrelTranscoder::trim(option, movie);
+        frames = trimmed.frames;
+        if (frames == 0) return {option.source, trimmed.problem};
+    }
+
+    MetaBuilder builder(tavrel::kIdentity, tavrel::kVersion, false);
+    builder.readMeta(option.source, option.reencode);
+    if (frames != 0) builder.trimStream(option.framesPerSecond() * option.startSeconds, frames);
+    if (option.viewMode != Option::kViewNone) builder.attach(option.view, option.viewMode == Option::kViewRemoved);
+
+    if (option.reencode) {
+        if (option.probe.modelCode == MetaBuilder::kModelD &&
+            !builder.readSpatialData(option.source, option.startSeconds, option.endSeconds)) {
+            return {option.source, L"its spatial audio could not be read"};
+        }
+        if (!builder.updateMeta(movie, nullptr, Utility::isSupporFullRangePixelFormat())) {
+            return {option.source, L"its metadata could not be written into the re-encoded movie"};
+        }
+    } else if (!builder.updateMeta(option.source, &movie, true)) {
+        return {option.source, L"its metadata could not be brought up to date"};
+    }
+
+    if (!thumbnail.empty()) {
+        Thumbnailer thumbnailer(movie);
+        if (!thumbnailer.saveFrame(thumbnail)) {
+            QVMX::Console::out(L"thumbnailer(%ls) failed.\n", option.thumbnail.c_str());
+        }
+    }
     return {};
 }
 
@@ -73,64 +135,44 @@ bool runJob(const Option& option) {
                            option.output.c_str());
         return false;
     }
-    // Checked before anything is written: a movie whose samples cannot all
-    // be found is not rewritten into one that hides the damage.
-    const std::string problem = MP4::soundnessProblem(option.source);
-    if (!problem.empty()) {
-        refuse(option.source, QVMX::wchar::mbs2wcs(problem.c_str()));
-        return false;
-    }
-    if (const std::wstring cause = outputProblem(option.output); !cause.empty()) {
-        refuse(option.output, cause);
-        return false;
-    }
-    const PathState before = PathState::of(option.output);
-    if (runSteps(option)) return true;
-    // Whatever the run left at the output is not what was asked for.
-    if (!(PathState::of(option.output) == before)) ::unlink(QVMX::wchar::wcs2mbs(option.output).c_str());
-    return false;
-}
-
-namespace {
-
-bool runSteps(const Option& option) {
-    unsigned int frames = 0;
-    if (option.reencode) {
-        const TrimResult trimmed = TavrelTranscoder::trim(option);
-        frames = trimmed.frames;
-        if (frames == 0) {
-            refuse(option.source, trimmed.problem);
-            return false;
-        }
-    }
-
-    MetaBuilder builder(tavrel::kIdentity, tavrel::kVersion, false);
-    builder.readMeta(option.source, option.reencode);
-    if (frames != 0) builder.trimStream(option.framesPerSecond() * option.startSeconds, frames);
-    if (option.viewMode != Option::kViewNone) builder.attach(option.view, option.viewMode == Option::kViewRemoved);
-
-    if (option.reencode) {
-        if (option.probe.modelCode == MetaBuilder::kModelD &&
-            !builder.readSpatialData(option.source, option.startSeconds, option.endSeconds)) {
-            refuse(option.source, L"its spatial audio could not be read");
-            return false;
-        }
-        if (!builder.updateMeta(option.output, nullptr, Utility::isSupporFullRangePixelFormat())) {
-            refuse(option.source, L"its metadata could not be written into the re-encoded movie");
-            return false;
-        }
-    } else if (!builder.updateMeta(option.source, &option.output, true)) {
-        refuse(option.source, L"its metadata could not be brought up to date");
+    if (const Failure refused = checkBeforeWriting(option); refused.failed()) {
+        refuse(refused.file, refused.cause);
         return false;
     }
 
+    // Everything goes into hidden files beside the outputs, which take the
+    // outputs' names only once every step has succeeded.
+    QVMX::PendingOutput movie(narrow(option.output));
+    if (!movie.isOpen()) {
+        refuse(option.output, wide(movie.cause()));
+        return false;
+    }
+    std::unique_ptr<QVMX::PendingOutput> thumbnail;
     if (!option.thumbnail.empty()) {
-        Thumbnailer thumbnailer(option.output);
-        if (!thumbnailer.saveFrame(option.thumbnail)) {
+        // A thumbnail that cannot be written does not fail the run.
+        thumbnail = std::make_unique<QVMX::PendingOutput>(narrow(option.thumbnail));
+        if (!thumbnail->isOpen()) {
             QVMX::Console::out(L"thumbnailer(%ls) failed.\n", option.thumbnail.c_str());
+            thumbnail.reset();
         }
+    }
+
+    Failure failure = runSteps(option, wide(movie.temporaryPath()),
+                               thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring());
+    if (!failure.failed() && !movie.commit()) failure = {option.output, wide(movie.cause())};
+    if (failure.failed()) {
+        // A full disk is the cause whatever step it stopped.
+        if (const std::string full = QVMX::fullDiskCause(narrow(option.output)); !full.empty()) {
+            failure = {option.output, wide(full)};
+        }
+        refuse(failure.file, failure.cause);
+        return false;
+    }
+    // The thumbnail is not part of the movie: a failure to place it is
+    // reported and the movie stays.
+    std::error_code error;
+    if (thumbnail && std::filesystem::file_size(thumbnail->temporaryPath(), error) > 0 && !thumbnail->commit()) {
+        QVMX::Console::out(L"thumbnailer(%ls) failed.\n", option.thumbnail.c_str());
     }
     return true;
 }
-
-}  // namespace

@@ -51,9 +51,9 @@ std::wstring rangeText(const Option& option) {
 
 }  // namespace
 
-TrimResult TavrelTranscoder::trim(const Option& option) {
+TrimResult TavrelTranscoder::trim(const Option& option, const std::wstring& writeTo) {
     const std::string sourceURL = QVMX::wchar::wcs2mbs(option.source).c_str();
-    const std::string outputURL = QVMX::wchar::wcs2mbs(option.output).c_str();
+    const std::string outputURL = QVMX::wchar::wcs2mbs(writeTo).c_str();
     TrimResult result;
 
     const QVMX::SourceReport report = QVMX::inspectSource(sourceURL);

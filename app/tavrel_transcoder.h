@@ -16,5 +16,7 @@ class TavrelTranscoder {
 public:
     // A source that cannot be re-encoded is refused before anything is
     // written; a failure later leaves the output for the caller to remove.
-    static TrimResult trim(const Option& option);
+    // The movie goes to writeTo (the run's temporary file); the lines
+    // printed name option.output.
+    static TrimResult trim(const Option& option, const std::wstring& writeTo);
 };

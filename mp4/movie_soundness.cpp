@@ -299,13 +299,18 @@ std::string soundnessProblem(Container& container, BinFile& file) {
     return {};
 }
 
-std::string soundnessProblem(const std::wstring& path) {
+std::string sourceFileProblem(const std::wstring& path) {
     struct stat st {};
-    const std::string name = QVMX::wchar::wcs2mbs(path);
+    const std::string name = QVMX::wchar::wcs2mbs(path).c_str();
     if (::stat(name.c_str(), &st) != 0) {
         return errno == ENOENT ? "there is no such file" : "it cannot be opened for reading";
     }
     if (S_ISDIR(st.st_mode)) return "it is a folder, not a movie";
+    return {};
+}
+
+std::string soundnessProblem(const std::wstring& path) {
+    if (std::string problem = sourceFileProblem(path); !problem.empty()) return problem;
     Container container;
     if (!container.attach(path)) return "it cannot be opened for reading";
     BinFile file(path, 'r');

@@ -16,7 +16,12 @@ namespace MP4 {
 // empty when nothing is. The container holds the tree of file.
 std::string soundnessProblem(Container& container, BinFile& file);
 
-// The same for a movie at path; a file that cannot be read says so.
+// Why the file at path cannot be a movie at all (missing, a folder); empty
+// when it may be one.
+std::string sourceFileProblem(const std::wstring& path);
+
+// The same as soundnessProblem for a movie at path; a file that cannot be
+// read says so.
 std::string soundnessProblem(const std::wstring& path);
 
 }  // namespace MP4
