@@ -12,6 +12,7 @@ packages=(
   clang libclang-rt-14-dev
   python3 time
   gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base atomicparsley
+  nlohmann-json3-dev python3-jsonschema parallel
 )
 
 missing=()

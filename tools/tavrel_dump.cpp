@@ -1,6 +1,8 @@
 // tavrel-dump FILE...: prints the box tree of each movie, then its location
 // and view values. tavrel-dump --summary FILE...: what the movie probe reads.
+// tavrel-dump --json FILE...: all of it as one JSON array.
 #include <clocale>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "tools/dump_geo.h"
 #include "tools/dump_camera.h"
 #include "tools/dump_h264.h"
+#include "tools/dump_json.h"
 #include "tools/dump_summary.h"
 #ifdef TAVREL_MEDIA_PLUGIN
 #include "tools/media_plugin.h"
@@ -49,19 +52,37 @@ int dumpFile(const std::wstring& path) {
     return 0;
 }
 
+// The JSON goes to standard output alone: what the probe and the parsers
+// print on the way is dropped.
+int dumpJsonFiles(int count, char** paths) {
+    std::FILE* quiet = std::fopen("/dev/null", "w");
+    if (quiet != nullptr) QVMX::Console::setStream(quiet);
+    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    int status = 0;
+    for (int i = 0; i < count; ++i) {
+        all.push_back(dumpJson(paths[i]));
+        if (all.back().contains("error")) status = 1;
+    }
+    const std::string text = all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) status = 1;
+    return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
     const bool summary = argc >= 2 && std::string(argv[1]) == "--summary";
+    const bool json = argc >= 2 && std::string(argv[1]) == "--json";
 #ifdef TAVREL_MEDIA_PLUGIN
-    if (summary) loadMediaPlugin();
+    if (summary || json) loadMediaPlugin();
 #endif
-    const int first = summary ? 2 : 1;
+    const int first = summary || json ? 2 : 1;
     if (argc <= first) {
         QVMX::Console::out(L"usage: tavrel-dump [--summary] FILE...\n");
         return 1;
     }
+    if (json) return dumpJsonFiles(argc - first, argv + first);
     int status = 0;
     for (int i = first; i < argc; ++i) {
         const std::wstring path = QVMX::wchar::mbs2wcs(argv[i]);
