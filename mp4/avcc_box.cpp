@@ -6,6 +6,7 @@
 #include "foundation/console.h"
 #include "foundation/wchar.h"
 #include "h264/parameter_sets.h"
+#include "mp4/field_buffer.h"
 
 namespace MP4 {
 
@@ -51,13 +52,28 @@ bool isFullRange(const H264::SPS& sps) {
 
 }  // namespace
 
+bool AVCC::describe(Fields& f) {
+    f.rest(payload);
+    return true;
+}
+
 void AVCC::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    payload.clear();
-    if (size <= 8) return;
-    std::vector<uint8_t> bytes;
-    file.readAvailable(bytes, size - 8);
-    payload.append(bytes.data(), bytes.size());
+    const auto bytes = readFieldBytes(file);
+    Fields fields = Fields::from(bytes);
+    describe(fields);
+}
+
+ByteArray AVCC::boxWith(const ByteArray& payload) {
+    ByteArray out;
+    if (payload.size > 0xFFFFFFFFull - 8) return out;
+    AVCC box(0, 0, payload.size + 8, fourcc("avcC"), nullptr);
+    box.payload = payload;
+    const auto fields = box.describedBytes();
+    out.append32be(static_cast<uint32_t>(fields.size() + 8));
+    out.append("avcC");
+    out.append(fields.data(), fields.size());
+    return out;
 }
 
 void AVCC::dump() const {

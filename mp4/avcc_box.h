@@ -18,6 +18,11 @@ public:
     // Prints the header line; an unreadable record or SPS adds one line.
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    // The payload is one field: the whole record as stored.
+    bool describe(Fields& f) override;
+    // The whole box, 32-bit size, "avcC" and the payload; empty when the
+    // payload is too large for that size.
+    static ByteArray boxWith(const ByteArray& payload);
 
     // Reads the record and its first SPS; on failure prints why and
     // returns false.

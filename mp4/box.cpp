@@ -5,6 +5,7 @@
 
 #include "foundation/console.h"
 #include "mp4/byte_copy.h"
+#include "mp4/field_buffer.h"
 
 namespace MP4 {
 
@@ -27,6 +28,16 @@ BOX::BOX(uint32_t depth_, uint64_t start_, uint64_t size_, FourCC type_, BOX* pa
     : depth(depth_), start(start_), size(size_), type(type_), parent(parent_) {}
 
 void BOX::parseBox(BinFile&, uint64_t) {}
+
+bool BOX::describe(Fields&) { return false; }
+
+std::vector<uint8_t> BOX::describedBytes() const {
+    std::vector<uint8_t> out;
+    Fields fields = Fields::into(out);
+    // Writing only reads the members it is handed.
+    const_cast<BOX*>(this)->describe(fields);
+    return out;
+}
 
 void BOX::limitTo(BinFile& file, uint64_t end_) const { file.setLimit(std::min(end(), end_)); }
 

@@ -12,6 +12,7 @@
 namespace MP4 {
 
 using FourCC = std::array<uint8_t, 4>;
+class Fields;
 
 constexpr FourCC fourcc(const char (&s)[5]) {
     return {uint8_t(s[0]), uint8_t(s[1]), uint8_t(s[2]), uint8_t(s[3])};
@@ -42,6 +43,12 @@ public:
     virtual bool hasChild() const { return false; }
     virtual void dump() const;
     virtual void parseBox(BinFile& file, uint64_t end);
+    // Lists the box's own fields after its header, in order, for reading
+    // and writing alike (see field_buffer.h); false for a box without such
+    // a list, whose bytes are only ever copied.
+    virtual bool describe(Fields& fields);
+    // The described fields as written; empty for a box without a list.
+    std::vector<uint8_t> describedBytes() const;
 
     // Rewrites the size field in place (8 bytes at start + 8 for a large
     // header, else the low 32 bits at start); the position is restored.

@@ -42,10 +42,7 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
             L"Container::appendFullRangeAndConstrainedSet1Flag: %d - %d, constrained_set1_flag:  %d - 1\n",
             wasFullRange ? 1 : 0, fullRange ? 1 : 0, wasConstrainedSet1 ? 1 : 0);
         if (wasFullRange == fullRange && wasConstrainedSet1) return true;
-        if (payload.size > 0xFFFFFFFFull - 8) return true;
-        newBox.append32be(static_cast<uint32_t>(payload.size + 8));
-        newBox.append("avcC");
-        newBox.append(payload.data, payload.size);
+        newBox = AVCC::boxWith(payload);
         return true;
     });
     if (avcc == nullptr || newBox.empty()) return true;

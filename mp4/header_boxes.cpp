@@ -1,6 +1,7 @@
 #include "mp4/header_boxes.h"
 
 #include "foundation/console.h"
+#include "mp4/field_buffer.h"
 
 namespace MP4 {
 
@@ -12,36 +13,59 @@ void readVersionAndFlags(BinFile& file, uint8_t& version, uint32_t& flags) {
 
 namespace {
 
-// The creation time sits right after the header and the version and flags.
-// A box too small to hold the field is not written.
-bool writeCreationTime(BinFile& file, const BOX& box, uint8_t version, uint64_t time) {
-    if (box.largeSize || box.size < (version == 1 ? 20u : 16u)) return false;
+// More than the widest layout below (mvhd version 1: 112 bytes); the rest
+// of a header box is never needed.
+constexpr uint64_t kHeaderFieldBytes = 128;
+
+template <class B>
+void readDescribed(B& box, BinFile& file, uint64_t most) {
+    const auto bytes = readFieldBytes(file, most);
+    Fields fields = Fields::from(bytes);
+    box.describe(fields);
+}
+
+// The creation time goes where the box's own description puts it. A box
+// too small to hold the field, or with a 64-bit size, is not written.
+template <class B>
+bool writeCreationTime(BinFile& file, const B& box, uint64_t time) {
+    if (box.largeSize) return false;
+    B stamped(box);
+    stamped.creationTime = time;
+    std::vector<uint8_t> bytes;
+    Fields fields = Fields::into(bytes);
+    fields.watch(&stamped.creationTime);
+    stamped.describe(fields);
+    const Fields::Span at = fields.watched();
+    if (!at.found || box.size < box.headerSize() + at.offset + at.size) return false;
     const uint64_t saved = file.position();
-    file.seek(box.start + 12);
-    const bool ok = version == 1 ? file.write64(time) : file.write32(static_cast<uint32_t>(time));
+    file.seek(box.start + box.headerSize() + at.offset);
+    const bool ok = file.writeBytes(bytes.data() + at.offset, at.size);
     file.seek(saved);
     return ok;
 }
 
 }  // namespace
 
+bool MVHD::describe(Fields& f) {
+    f.versionAndFlags(version, flags);
+    const bool wide = version == 1;
+    f.u32or64(creationTime, wide);
+    f.u32or64(modificationTime, wide);
+    f.u32(ticksPerSecond);
+    f.u32or64(duration, wide);
+    f.u32(rate);
+    f.u16(volume);
+    f.bytes(reserved);
+    f.u32s(matrix);
+    f.bytes(preDefined);
+    f.u32(nextTrackId);
+    return true;
+}
+
 void MVHD::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    readVersionAndFlags(file, version, flags);
-    uint64_t duration;
-    uint32_t scale;
-    if (version == 1) {
-        creationTime = file.read64();
-        file.skip(8);
-        scale = file.read32();
-        duration = file.read64();
-    } else {
-        creationTime = file.read32();
-        file.skip(4);
-        scale = file.read32();
-        duration = file.read32();
-    }
-    timeScale = static_cast<float>(scale);
+    readDescribed(*this, file, kHeaderFieldBytes);
+    timeScale = static_cast<float>(ticksPerSecond);
     durationSeconds = static_cast<float>(duration) / timeScale;
 }
 
@@ -51,24 +75,43 @@ void MVHD::dump() const {
 }
 
 bool MVHD::setTimeStamp(BinFile& file, uint64_t time) const {
-    return writeCreationTime(file, *this, version, time);
+    return writeCreationTime(file, *this, time);
 }
+
+bool TKHD::describe(Fields& f) {
+    f.versionAndFlags(version, flags);
+    const bool wide = version == 1;
+    f.u32or64(creationTime, wide);
+    f.u32or64(modificationTime, wide);
+    f.u32(trackId);
+    f.bytes(reserved1);
+    f.u32or64(duration, wide);
+    f.bytes(reserved2);
+    f.u16(layer);
+    f.u16(alternateGroup);
+    f.u16(volume);
+    f.bytes(reserved3);
+    f.u32s(matrix);
+    f.u32(widthFixed);
+    f.u32(heightFixed);
+    return true;
+}
+
+namespace {
+
+// Signed 16.16 to whole pixels, cut towards zero.
+uint32_t wholePixels(uint32_t fixed) {
+    const auto v = static_cast<int32_t>(fixed);
+    return static_cast<uint32_t>(static_cast<int32_t>(v * (1.0 / 65536)));
+}
+
+}  // namespace
 
 void TKHD::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    readVersionAndFlags(file, version, flags);
-    if (version == 1) {
-        creationTime = file.read64();
-        file.skip(24);
-    } else {
-        creationTime = file.read32();
-        file.skip(16);
-    }
-    file.skip(52);
-    const auto w = static_cast<int32_t>(file.read32());
-    const auto h = static_cast<int32_t>(file.read32());
-    width = static_cast<uint32_t>(static_cast<int32_t>(w * (1.0 / 65536)));
-    height = static_cast<uint32_t>(static_cast<int32_t>(h * (1.0 / 65536)));
+    readDescribed(*this, file, kHeaderFieldBytes);
+    width = wholePixels(widthFixed);
+    height = wholePixels(heightFixed);
 }
 
 void TKHD::dump() const {
@@ -77,23 +120,24 @@ void TKHD::dump() const {
 }
 
 bool TKHD::setTimeStamp(BinFile& file, uint64_t time) const {
-    return writeCreationTime(file, *this, version, time);
+    return writeCreationTime(file, *this, time);
+}
+
+bool MDHD::describe(Fields& f) {
+    f.versionAndFlags(version, flags);
+    const bool wide = version == 1;
+    f.u32or64(creationTime, wide);
+    f.u32or64(modificationTime, wide);
+    f.u32(timeScale);
+    f.u32or64(duration, wide);
+    f.u16(language);
+    f.u16(preDefined);
+    return true;
 }
 
 void MDHD::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    readVersionAndFlags(file, version, flags);
-    if (version == 1) {
-        creationTime = file.read64();
-        file.skip(8);
-        timeScale = file.read32();
-        duration = file.read64();
-    } else {
-        creationTime = file.read32();
-        file.skip(4);
-        timeScale = file.read32();
-        duration = file.read32();
-    }
+    readDescribed(*this, file, kHeaderFieldBytes);
 }
 
 void MDHD::dump() const {
@@ -104,17 +148,18 @@ void MDHD::dump() const {
 }
 
 bool MDHD::setTimeStamp(BinFile& file, uint64_t time) const {
-    return writeCreationTime(file, *this, version, time);
+    return writeCreationTime(file, *this, time);
+}
+
+bool HDLR::describe(Fields& f) {
+    f.bytes(this->fields);
+    f.rest(name);
+    return true;
 }
 
 void HDLR::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    file.readBytes(fields.data(), fields.size());
-    if (size > 32) {
-        std::vector<uint8_t> bytes;
-        file.readAvailable(bytes, size - 32);
-        name.assign(bytes.begin(), bytes.end());
-    }
+    readDescribed(*this, file, ~uint64_t(0));
 }
 
 std::string HDLR::handlerType() const {

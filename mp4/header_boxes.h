@@ -7,17 +7,30 @@
 // Movie, track and media headers and the handler box.
 namespace MP4 {
 
+// Times and durations are 64-bit in version 1 and 32-bit otherwise. Every
+// field is kept as stored, so writing a parsed box gives back its bytes.
 class MVHD : public BOX {
 public:
     using BOX::BOX;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
     // Writes the creation time (64-bit for version 1, else the low 32 bits).
     bool setTimeStamp(BinFile& file, uint64_t time) const;
 
     uint8_t version = 0;
     uint32_t flags = 0;
     uint64_t creationTime = 0;
+    uint64_t modificationTime = 0;
+    uint32_t ticksPerSecond = 0;
+    uint64_t duration = 0;  // in ticks
+    uint32_t rate = 0;      // 16.16
+    uint16_t volume = 0;    // 8.8
+    std::array<uint8_t, 10> reserved{};
+    std::array<uint32_t, 9> matrix{};
+    std::array<uint8_t, 24> preDefined{};
+    uint32_t nextTrackId = 0;
+    // Derived from the two above when parsed.
     float timeScale = 0;
     float durationSeconds = 0;
 };
@@ -27,11 +40,25 @@ public:
     using BOX::BOX;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
     bool setTimeStamp(BinFile& file, uint64_t time) const;
 
     uint8_t version = 0;
     uint32_t flags = 0;
     uint64_t creationTime = 0;
+    uint64_t modificationTime = 0;
+    uint32_t trackId = 0;
+    std::array<uint8_t, 4> reserved1{};
+    uint64_t duration = 0;
+    std::array<uint8_t, 8> reserved2{};
+    uint16_t layer = 0;
+    uint16_t alternateGroup = 0;
+    uint16_t volume = 0;
+    std::array<uint8_t, 2> reserved3{};
+    std::array<uint32_t, 9> matrix{};
+    uint32_t widthFixed = 0;  // 16.16 as stored
+    uint32_t heightFixed = 0;
+    // Whole pixels of the two above when parsed.
     uint32_t width = 0;
     uint32_t height = 0;
 };
@@ -41,13 +68,17 @@ public:
     using BOX::BOX;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
     bool setTimeStamp(BinFile& file, uint64_t time) const;
 
     uint8_t version = 0;
     uint32_t flags = 0;
     uint64_t creationTime = 0;
+    uint64_t modificationTime = 0;
     uint64_t duration = 0;
     uint32_t timeScale = 0;
+    uint16_t language = 0;  // a pad bit and three 5-bit letters
+    uint16_t preDefined = 0;
 };
 
 class HDLR : public BOX {
@@ -55,6 +86,7 @@ public:
     using BOX::BOX;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
     // The four handler-type bytes ("vide", "soun", "mdir", ...).
     std::string handlerType() const;
 

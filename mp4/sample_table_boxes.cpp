@@ -1,35 +1,35 @@
 #include "mp4/sample_table_boxes.h"
 
-#include <algorithm>
-
 #include "foundation/console.h"
-#include "mp4/header_boxes.h"
+#include "mp4/field_buffer.h"
 
 namespace MP4 {
 
 namespace {
 
-// Reads up to count records of width bytes that really lie in the box, as
-// one block, and returns them for decoding.
-std::vector<uint8_t> readRecords(BinFile& file, uint64_t count, uint64_t width) {
-    std::vector<uint8_t> bytes;
-    const uint64_t present = std::min(count, file.remaining() / width);
-    bytes.reserve(static_cast<size_t>(present * width));
-    file.readAvailable(bytes, present * width);
-    return bytes;
+// Tables are read as far as their bytes are present, and no further.
+template <class B>
+void readDescribed(B& box, BinFile& file, uint64_t most = ~uint64_t(0)) {
+    const auto bytes = readFieldBytes(file, most);
+    Fields fields = Fields::from(bytes);
+    box.describe(fields);
 }
 
 }  // namespace
 
+bool STTS::describe(Fields& f) {
+    f.versionAndFlags(version, flags);
+    f.u32(entryCount);
+    f.table(entries, entryCount, [](Fields& g, Entry& e) {
+        g.u32(e.sampleCount);
+        g.u32(e.sampleDelta);
+    });
+    return true;
+}
+
 void STTS::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    readVersionAndFlags(file, version, flags);
-    entryCount = file.read32();
-    const auto bytes = readRecords(file, entryCount, 8);
-    entries.reserve(bytes.size() / 8);
-    for (size_t i = 0; i + 8 <= bytes.size(); i += 8) {
-        entries.push_back({readBE32(&bytes[i]), readBE32(&bytes[i + 4])});
-    }
+    readDescribed(*this, file);
 }
 
 void STTS::dump() const {
@@ -37,15 +37,20 @@ void STTS::dump() const {
                        static_cast<int>(entryCount));
 }
 
+bool STSC::describe(Fields& f) {
+    f.versionAndFlags(version, flags);
+    f.u32(entryCount);
+    f.table(entries, entryCount, [](Fields& g, Entry& e) {
+        g.u32(e.firstChunk);
+        g.u32(e.samplesPerChunk);
+        g.u32(e.sampleDescriptionIndex);
+    });
+    return true;
+}
+
 void STSC::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    readVersionAndFlags(file, version, flags);
-    entryCount = file.read32();
-    const auto bytes = readRecords(file, entryCount, 12);
-    entries.reserve(bytes.size() / 12);
-    for (size_t i = 0; i + 12 <= bytes.size(); i += 12) {
-        entries.push_back({readBE32(&bytes[i]), readBE32(&bytes[i + 4]), readBE32(&bytes[i + 8])});
-    }
+    readDescribed(*this, file);
 }
 
 void STSC::dump() const {
@@ -53,15 +58,20 @@ void STSC::dump() const {
                        static_cast<int>(entryCount));
 }
 
+bool STSZ::describe(Fields& f) {
+    f.versionAndFlags(version, flags);
+    f.u32(sampleSize);
+    f.u32(sampleCount);
+    // One size for every sample, or a table of them.
+    if (sampleSize == 0 && sampleCount != 0) {
+        f.table(sizes, sampleCount, [](Fields& g, uint32_t& v) { g.u32(v); });
+    }
+    return true;
+}
+
 void STSZ::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    readVersionAndFlags(file, version, flags);
-    sampleSize = file.read32();
-    sampleCount = file.read32();
-    if (sampleSize != 0 || sampleCount == 0) return;
-    const auto bytes = readRecords(file, sampleCount, 4);
-    sizes.reserve(bytes.size() / 4);
-    for (size_t i = 0; i + 4 <= bytes.size(); i += 4) sizes.push_back(readBE32(&bytes[i]));
+    readDescribed(*this, file);
 }
 
 void STSZ::dump() const {
@@ -70,11 +80,20 @@ void STSZ::dump() const {
                        static_cast<int>(sampleCount));
 }
 
+bool STCO::describe(Fields& f) {
+    f.versionAndFlags(version, flags);
+    f.u32(entryCount);
+    return true;
+}
+
 void STCO::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    readVersionAndFlags(file, version, flags);
-    entryCount = file.read32();
-    tableOffset = file.position();
+    const uint64_t from = file.position();
+    // Only the fields: the table itself stays in the file.
+    const auto bytes = readFieldBytes(file, describedBytes().size());
+    Fields fields = Fields::from(bytes);
+    describe(fields);
+    tableOffset = from + fields.offset();
 }
 
 void STCO::dump() const {
@@ -82,17 +101,25 @@ void STCO::dump() const {
                        entryCount);
 }
 
+bool SOWT::describe(Fields& f) {
+    f.bytes(reserved1);
+    f.u16(dataReferenceIndex);
+    f.bytes(reserved2);
+    f.u16(channelCount);
+    f.u16(sampleSize);
+    f.u16(preDefined);
+    f.bytes(reserved3);
+    f.u32(sampleRate);
+    return true;
+}
+
 void SOWT::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    file.skip(6);
-    dataReferenceIndex = file.read16();
-    file.skip(8);
-    channelCount = file.read16();
-    sampleSize = file.read16();
-    preDefined = file.read16();
-    file.skip(2);
-    sampleRate = file.read32();
-    parseChildren(file, end_);
+    const auto bytes = readFieldBytes(file, describedBytes().size());
+    Fields fields = Fields::from(bytes);
+    describe(fields);
+    // Child boxes follow only whole fields.
+    if (!fields.failed()) parseChildren(file, end_);
 }
 
 void SOWT::dump() const {

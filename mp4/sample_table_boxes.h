@@ -17,6 +17,7 @@ public:
     using BOX::BOX;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
 
     uint8_t version = 0;
     uint32_t flags = 0;
@@ -34,6 +35,7 @@ public:
     using BOX::BOX;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
 
     uint8_t version = 0;
     uint32_t flags = 0;
@@ -46,6 +48,7 @@ public:
     using BOX::BOX;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
 
     uint8_t version = 0;
     uint32_t flags = 0;
@@ -55,12 +58,14 @@ public:
 };
 
 // Chunk offsets: only where the table starts is kept; the edits that shift
-// offsets read and write the entries in the file.
+// offsets read and write the entries in the file, so the description stops
+// at the entry count.
 class STCO : public BOX {
 public:
     using BOX::BOX;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
     // Bytes per table entry: 4 here, 8 for co64.
     virtual uint32_t entryWidth() const { return 4; }
 
@@ -76,17 +81,21 @@ public:
     uint32_t entryWidth() const override { return 8; }
 };
 
-// The raw-PCM ('sowt') sound sample entry.
+// The raw-PCM ('sowt') sound sample entry: its fields, then child boxes.
 class SOWT : public NestedBox {
 public:
     using NestedBox::NestedBox;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    bool describe(Fields& f) override;
 
+    std::array<uint8_t, 6> reserved1{};
     uint16_t dataReferenceIndex = 0;
+    std::array<uint8_t, 8> reserved2{};
     uint16_t channelCount = 0;
     uint16_t sampleSize = 0;
     uint16_t preDefined = 0;
+    std::array<uint8_t, 2> reserved3{};
     uint32_t sampleRate = 0;  // 16.16 as stored
 };
 

@@ -4,6 +4,7 @@
 
 #include "foundation/console.h"
 #include "mp4/container_boxes.h"
+#include "mp4/field_buffer.h"
 
 namespace MP4 {
 
@@ -16,10 +17,6 @@ const UserType AXIS::_UUID = {0x8e, 0x4e, 0x1f, 0x97, 0x81, 0xf3, 0x4d, 0x59,
 const UserType SpatialData::_UUID = {0x28, 0xf3, 0x11, 0xe2, 0xb7, 0x91, 0x4f, 0x6f,
                                      0x94, 0xe2, 0x4f, 0x5d, 0xea, 0xcb, 0x3c, 0x01};
 
-namespace {
-constexpr uint64_t kPayloadPiece = 512;
-}
-
 UUID::UUID(const UserType& userType_, std::string_view payload_)
     : NestedBox(0, 0, payload_.size() + kHeaderSize, fourcc("uuid"), nullptr),
       userType(userType_),
@@ -27,24 +24,30 @@ UUID::UUID(const UserType& userType_, std::string_view payload_)
 
 bool UUID::hasChild() const { return isKind(SpatialData::_UUID); }
 
+bool UUID::describe(Fields& f) {
+    f.bytes(userType);
+    f.rest(payload);
+    return true;
+}
+
 void UUID::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    file.readBytes(userType.data(), userType.size());
-    payload.clear();
-    if (isKind(SpatialData::_UUID)) {
+    // The user type alone first: the spatial-data kind's children, which
+    // hold a whole audio track, are not read as a payload.
+    auto bytes = readFieldBytes(file, userType.size());
+    {
+        Fields fields = Fields::from(bytes);
+        describe(fields);
+    }
+    if (hasChild()) {
         parseChildren(file, end_);
         return;
     }
-    if (size <= kHeaderSize) return;
-    // Only the bytes really present are read, in pieces.
-    uint64_t left = std::min(size - kHeaderSize, file.remaining());
-    uint8_t piece[kPayloadPiece];
-    while (left > 0) {
-        const uint64_t n = std::min(left, kPayloadPiece);
-        if (!file.readBytes(piece, n)) break;
-        if (!payload.append(piece, n)) break;
-        left -= n;
-    }
+    if (bytes.size() < userType.size()) return;
+    // Only the bytes really present are read.
+    file.readAvailable(bytes, file.remaining());
+    Fields fields = Fields::from(bytes);
+    describe(fields);
 }
 
 std::unique_ptr<BOX> UUID::allocChild(BOX& header) {
@@ -66,11 +69,11 @@ void UUID::dump() const {
 }
 
 ByteArray UUID::to_byteArray() const {
+    const auto fields = describedBytes();
     ByteArray out;
-    out.append32be(static_cast<uint32_t>(payload.size + kHeaderSize));
+    out.append32be(static_cast<uint32_t>(fields.size() + 8));
     out.append("uuid");
-    out.append(userType.data(), userType.size());
-    out.append(payload.data, payload.size);
+    out.append(fields.data(), fields.size());
     return out;
 }
 

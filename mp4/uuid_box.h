@@ -24,6 +24,9 @@ public:
     bool hasChild() const override;
     void dump() const override;
     void parseBox(BinFile& file, uint64_t end) override;
+    // The user type, then the payload (empty for the spatial-data kind,
+    // whose children follow the user type).
+    bool describe(Fields& f) override;
     std::unique_ptr<BOX> allocChild(BOX& header) override;
 
     bool isKind(const UserType& kind) const { return size >= kHeaderSize && userType == kind; }
