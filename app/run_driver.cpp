@@ -1,7 +1,6 @@
 #include "app/run_driver.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -47,17 +46,6 @@ struct Failure {
     bool failed() const { return !cause.empty(); }
 };
 
-// Why nothing can be written at the output path; empty when it can.
-std::wstring outputProblem(const std::wstring& output) {
-    const std::filesystem::path path(narrow(output));
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error)) return L"it is a folder";
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-    if (!std::filesystem::is_directory(folder, error)) return L"its folder does not exist";
-    if (::access(folder.c_str(), W_OK | X_OK) != 0) return L"its folder cannot be written to";
-    return {};
-}
-
 // About how many bytes the result takes: a copy of the source and its
 // metadata, or the bit rates over the kept range for a re-encode.
 unsigned long long expectedBytes(const Option& option, const MP4::Container& source, uint64_t sourceBytes) {
@@ -85,7 +73,9 @@ Failure checkBeforeWriting(const Option& option) {
     if (problem.empty() && (!file.isOpen() || !source.attach(option.source))) problem = "it cannot be opened for reading";
     if (problem.empty()) problem = MP4::soundnessProblem(source, file);
     if (!problem.empty()) return {option.source, wide(problem)};
-    if (std::wstring cause = outputProblem(option.output); !cause.empty()) return {option.output, cause};
+    if (const std::string cause = QVMX::outputPathProblem(narrow(option.output)); !cause.empty()) {
+        return {option.output, wide(cause)};
+    }
     const std::string room = QVMX::roomProblem(narrow(option.output), expectedBytes(option, source, file.length()));
     if (!room.empty()) return {option.output, wide(room)};
     return {};

@@ -163,6 +163,15 @@ void PendingOutput::installInterruptHandler() {
     for (int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(signal, &action, nullptr);
 }
 
+std::string outputPathProblem(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return "it is a folder";
+    const std::string folder = folderOf(path);
+    if (::stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return "its folder does not exist";
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) return "its folder cannot be written to";
+    return {};
+}
+
 std::string roomProblem(const std::string& path, unsigned long long bytes) {
     struct statvfs fs {};
     if (::statvfs(folderOf(path).c_str(), &fs) != 0) return {};

@@ -43,6 +43,10 @@ private:
     int slot_ = -1;
 };
 
+// Why nothing can be written at path: it is a folder, or its folder is
+// missing or cannot be written to; empty when it can.
+std::string outputPathProblem(const std::string& path);
+
 // Why a file system has no room for bytes more at path's folder; empty when
 // it has (or when it cannot tell).
 std::string roomProblem(const std::string& path, unsigned long long bytes);

@@ -5,8 +5,9 @@
 // 30 frames per second, H.264 with an AAC tone, encoded through the project's
 // own writer with the media data first, then dressed as the newest camera
 // writes its movies (model box, maker EXIF, sensor boxes, maker thumbnail,
-// spatial-data block with its locator, location). Exit status 0, or 1 with
-// one line on standard error.
+// spatial-data block with its locator, location). Everything is written
+// beside the output under hidden names, which the finished movie takes at
+// the end. Exit status 0, or 1 with one line on standard error.
 #include <algorithm>
 #include <clocale>
 #include <cmath>
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "foundation/console.h"
+#include "foundation/pending_output.h"
 #include "foundation/wchar.h"
 #include "tools/camera_movie/camera_movie.h"
 #include "video/pixel_buffer.h"
@@ -92,7 +94,7 @@ bool encodePlainMovie(const std::string& path, std::string& error) {
     writer.audioNumberOfChannels = kChannels;
     writer.moovFirst = false;
     if (!writer.start(path, QVMX::MediaTime::zero(), {kWidth, kHeight}, true, false)) {
-        error = "cannot start writing " + path;
+        error = "cannot start writing the plain movie";
         return false;
     }
     auto picture = QVMX::PixelBuffer::create(writer.pixelFormatType, kWidth, kHeight);
@@ -105,47 +107,53 @@ bool encodePlainMovie(const std::string& path, std::string& error) {
         paintFrame(*picture, i);
         const QVMX::SampleBuffer tone = toneFor(i);
         if (!writer.processFrame(picture.get(), QVMX::MediaTime::make(i, kFps)) || !writer.processAudio(&tone)) {
-            error = "cannot encode frame " + std::to_string(i) + " into " + path;
+            error = "cannot encode frame " + std::to_string(i);
             writer.stop();
             return false;
         }
     }
     if (!writer.stop()) {
-        error = "cannot finish " + path;
+        error = "cannot finish the plain movie";
         return false;
     }
     return true;
-}
-
-void removeQuietly(const std::filesystem::path& path) {
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
+    QVMX::PendingOutput::installInterruptHandler();
     if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
         std::fprintf(stderr, "usage: tavrel-make-demo [OUTPUT.mp4]   (default ./images/source.mp4)\n");
         return 1;
     }
     const std::filesystem::path target = argc == 2 ? argv[1] : "./images/source.mp4";
-    const std::filesystem::path plain = target.string() + ".plain.tmp.mp4";
 
     const cameramovie::Dressing dressing = cameramovie::newestCamera(kFrames, double(kFrames) / kFps);
     std::string error;
     std::error_code code;
     if (target.has_parent_path()) std::filesystem::create_directories(target.parent_path(), code);
-    if (code) {
-        error = "cannot create the folder " + target.parent_path().string() + ": " + code.message();
-    } else if (encodePlainMovie(plain.string(), error) &&
-               !cameramovie::dress(plain.string(), target.string(), dressing, error)) {
-        removeQuietly(target);  // half dressed: not a movie to keep
+    if (code) error = "cannot create the folder " + target.parent_path().string() + ": " + code.message();
+    if (error.empty()) error = QVMX::outputPathProblem(target.string());
+    if (error.empty()) {
+        // The movie before its dressing is only ever a hidden file, gone
+        // however the run ends.
+        QVMX::PendingOutput movie(target.string());
+        QVMX::PendingOutput plain(target.string() + ".plain");
+        if (!movie.isOpen() || !plain.isOpen()) {
+            error = movie.isOpen() ? plain.cause() : movie.cause();
+        } else if (encodePlainMovie(plain.temporaryPath(), error) &&
+                   cameramovie::dress(plain.temporaryPath(), movie.temporaryPath(), dressing, error)) {
+            plain.discard();
+            if (!movie.commit()) error = movie.cause();
+        }
+        if (!error.empty()) {
+            if (const std::string full = QVMX::fullDiskCause(target.string()); !full.empty()) error = full;
+        }
     }
-    removeQuietly(plain);
     if (!error.empty()) {
-        std::fprintf(stderr, "tavrel-make-demo: %s\n", error.c_str());
+        std::fprintf(stderr, "tavrel-make-demo: %s; nothing was written to %s.\n", error.c_str(), target.c_str());
         return 1;
     }
     QVMX::Console::out(L"wrote %ls: %dx%d H.264, %d frames at %d fps, AAC %d Hz stereo, dressed as %ls\n",

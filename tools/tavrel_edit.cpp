@@ -1,13 +1,17 @@
 // tavrel-edit OPERATION IN OUT [ARGUMENT]: one container edit from the
 // command line, for benchmarks and whole-program tests. OUT names the result;
-// the source is left as it was unless OUT is the source itself.
+// the source is left as it was unless OUT is the source itself. The result
+// is written beside OUT under a hidden name and takes OUT's name at the end,
+// so OUT is either the whole result or what stood there before.
 #include <clocale>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "foundation/byte_array.h"
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/pending_output.h"
 #include "foundation/wchar.h"
 #include "geo/gps_info.h"
 #include "mp4/container.h"
@@ -41,14 +45,30 @@ bool readWhole(const std::wstring& path, std::string& out) {
     return true;
 }
 
+// The last line of a run that wrote nothing; a full disk is the cause
+// whatever step it stopped.
+int fail(const std::string& output, const std::string& cause) {
+    const std::string full = QVMX::fullDiskCause(output);
+    QVMX::Console::out(L"%ls: %ls; nothing was written.\n", QVMX::wchar::mbs2wcs(output.c_str()).c_str(),
+                       QVMX::wchar::mbs2wcs((full.empty() ? cause : full).c_str()).c_str());
+    return 1;
+}
+
+// Room kept for what an edit adds to a copy of the source.
+constexpr unsigned long long kEditRoom = 4ull << 20;
+
 }  // namespace
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
+    QVMX::PendingOutput::installInterruptHandler();
     if (argc < 4) return usage();
     const std::string operation = argv[1];
     const std::wstring in = QVMX::wchar::mbs2wcs(argv[2]);
-    const std::wstring out = QVMX::wchar::mbs2wcs(argv[3]);
+    const bool known = operation == "moovfirst" || operation == "timestamp" || operation == "udta" ||
+                       operation == "xmp" || operation == "axis" || operation == "spherical" ||
+                       operation == "location" || operation == "fullrange";
+    if (!known) return usage();
     const bool needsArgument = operation != "moovfirst";
     if (needsArgument != (argc == 5)) return usage();
 
@@ -59,11 +79,23 @@ int main(int argc, char** argv) {
         QVMX::Console::out(L"tavrel-edit: cannot read %ls\n", QVMX::wchar::mbs2wcs(argv[4]).c_str());
         return 1;
     }
+    const std::string output = argv[3];
     MP4::Container container;
     if (!container.attach(in)) return 1;
-    if (out != in) container.setOutputPath(out);
+    if (const std::string problem = QVMX::outputPathProblem(output); !problem.empty()) return fail(output, problem);
+    std::error_code error;
+    const auto sourceBytes = std::filesystem::file_size(argv[2], error);
+    if (const std::string room = QVMX::roomProblem(output, error ? 0 : sourceBytes + kEditRoom); !room.empty()) {
+        return fail(output, room);
+    }
+    QVMX::PendingOutput pending(output);
+    if (!pending.isOpen()) return fail(output, pending.cause());
+    // Even an edit of the source itself goes through a copy, which replaces
+    // the source only once it is whole.
+    const std::wstring temporary = QVMX::wchar::mbs2wcs(pending.temporaryPath().c_str());
+    container.setOutputPath(temporary);
 
-    bool ok;
+    bool ok = false;
     if (operation == "moovfirst") {
         ok = container.moovFirst();
     } else if (operation == "timestamp") {
@@ -82,11 +114,17 @@ int main(int argc, char** argv) {
         ok = container.appendLocations(gps);
     } else if (operation == "fullrange") {
         ok = container.appendFullRangeAndConstrainedSet1Flag(std::string(argv[4]) == "1");
-    } else {
-        return usage();
     }
     if (!ok) {
         QVMX::Console::out(L"tavrel-edit: %ls failed.\n", QVMX::wchar::mbs2wcs(operation.c_str()).c_str());
+        return fail(output, "the " + operation + " edit failed");
     }
-    return ok ? 0 : 1;
+    // An edit with nothing to change wrote nothing: the result is the source.
+    if (!container.outputPath().empty()) {
+        std::filesystem::copy_file(argv[2], pending.temporaryPath(), std::filesystem::copy_options::overwrite_existing,
+                                   error);
+        if (error) return fail(output, error.message());
+    }
+    if (!pending.commit()) return fail(output, pending.cause());
+    return 0;
 }

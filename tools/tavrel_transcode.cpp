@@ -1,5 +1,7 @@
 // Re-encodes a movie through the video pipeline with explicit settings; used
-// by the benchmarks and the whole-program tests of the pipeline.
+// by the benchmarks and the whole-program tests of the pipeline. Movie and
+// JPEG are written beside their paths under hidden names and take the paths'
+// names only when whole.
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +9,7 @@
 #include <string>
 
 #include "foundation/console.h"
+#include "foundation/pending_output.h"
 #include "foundation/wchar.h"
 #include "video/thumbnailer.h"
 #include "video/video_transcoder.h"
@@ -21,28 +24,52 @@ void usage() {
         L"       tavrel-transcode --thumbnail MOVIE JPEG [WIDTH TARGET-BYTES]\n");
 }
 
+// The last line of a run that wrote nothing; a full disk is the cause
+// whatever step it stopped.
+int fail(const std::string& output, const std::string& cause) {
+    const std::string full = QVMX::fullDiskCause(output);
+    QVMX::Console::out(L"%ls: %ls; nothing was written.\n", QVMX::wchar::mbs2wcs(output.c_str()).c_str(),
+                       QVMX::wchar::mbs2wcs((full.empty() ? cause : full).c_str()).c_str());
+    return 1;
+}
+
+// Refuses an output that cannot be written before any work is done; else
+// opens its temporary file.
+bool startOutput(QVMX::PendingOutput& pending, unsigned long long bytes) {
+    std::string problem = QVMX::outputPathProblem(pending.path());
+    if (problem.empty()) problem = QVMX::roomProblem(pending.path(), bytes);
+    if (problem.empty() && !pending.isOpen()) problem = pending.cause();
+    if (problem.empty()) return true;
+    fail(pending.path(), problem);
+    return false;
+}
+
 // The first frame as a JPEG file, whole or through the bounded buffer form.
 int thumbnail(int argc, char** argv) {
     const std::wstring movie = QVMX::wchar::mbs2wcs(argv[2]);
     const std::wstring jpeg = QVMX::wchar::mbs2wcs(argv[3]);
+    const std::string output = argv[3];
+    QVMX::PendingOutput pending(output);
+    if (!startOutput(pending, 0)) return 1;
     Thumbnailer thumbnailer(movie);
     if (argc == 4) {
-        if (!thumbnailer.saveFrame(jpeg)) {
+        if (!thumbnailer.saveFrame(QVMX::wchar::mbs2wcs(pending.temporaryPath().c_str()))) {
             QVMX::Console::out(L"thumbnailer(%ls) failed.\n", jpeg.c_str());
-            return 1;
+            return fail(output, "no frame could be saved");
         }
-        return 0;
+        return pending.commit() ? 0 : fail(output, pending.cause());
     }
     ByteArray bytes;
     if (!thumbnailer.saveFrame(bytes, std::atoi(argv[4]), std::strtoul(argv[5], nullptr, 10))) {
         QVMX::Console::out(L"thumbnailer(%ls) failed.\n", jpeg.c_str());
-        return 1;
+        return fail(output, "no frame fits the size asked for");
     }
-    FILE* out = std::fopen(argv[3], "wb");
-    const bool written = out != nullptr && std::fwrite(bytes.data, 1, bytes.size, out) == bytes.size;
-    if (out != nullptr) std::fclose(out);
+    FILE* out = std::fopen(pending.temporaryPath().c_str(), "wb");
+    bool written = out != nullptr && std::fwrite(bytes.data, 1, bytes.size, out) == bytes.size;
+    if (out != nullptr && std::fclose(out) != 0) written = false;
     QVMX::Console::out(L"bytes: %llu\n", static_cast<unsigned long long>(bytes.size));
-    return written ? 0 : 1;
+    if (!written) return fail(output, "the JPEG could not be written");
+    return pending.commit() ? 0 : fail(output, pending.cause());
 }
 
 bool numberAfter(const char* argument, const char* name, double& value) {
@@ -57,6 +84,7 @@ bool numberAfter(const char* argument, const char* name, double& value) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
+    QVMX::PendingOutput::installInterruptHandler();
     if (argc >= 2 && std::strcmp(argv[1], "--thumbnail") == 0) {
         if (argc != 4 && argc != 6) {
             usage();
@@ -138,9 +166,15 @@ int main(int argc, char** argv) {
     QVMX::MediaTime end = QVMX::MediaTime::makeWithSeconds(endSeconds, scale);
     if (duration.isNumeric() && !(duration > end)) end = duration;
 
+    // About what the bit rates make of the kept range, and room to spare.
+    const double seconds = duration.isNumeric() ? (end - start).seconds() : 0;
+    const double bytes = (bitRate + audioBitRate) / 8 * (seconds > 0 ? seconds : 0) + (4 << 20);
+    QVMX::PendingOutput pending(output);
+    if (!startOutput(pending, static_cast<unsigned long long>(bytes))) return 1;
+
     unsigned frames = 0;
     const bool ok = transcoder.process(
-        output, 1.0f, start, QVMX::MediaTimeRange::make(start, end - start), hevc,
+        pending.temporaryPath(), 1.0f, start, QVMX::MediaTimeRange::make(start, end - start), hevc,
         [&frames](const QVMX::PixelBuffer& frame, QVMXVideoWriter& writer, const QVMX::MediaTime& time) {
             writer.processFrame(&frame, time);
             ++frames;
@@ -149,8 +183,9 @@ int main(int argc, char** argv) {
         nullptr, nullptr);
     if (!ok || frames == 0) {
         QVMX::Console::out(L"process(%s, %s) failed.\n", source.c_str(), output.c_str());
-        return 1;
+        return fail(output, "the re-encode failed");
     }
+    if (!pending.commit()) return fail(output, pending.cause());
     QVMX::Console::out(L"frames: %u\n", frames);
     return 0;
 }
