@@ -2,9 +2,10 @@
 """Counts the full-file copies in an
 `strace -f -e trace=openat,pwrite64,write,copy_file_range,splice` log of one
 run: every file the run created for writing is one copy (the output, each
-temporary rewrite); the bytes it wrote (by writes, in-kernel copies, and
-splices out of a pipe into a file), over the source's size, say the same thing
-from the other side.
+temporary rewrite), however often it was opened with O_CREAT (a temporary is
+made exclusively first, then opened again to be written); the bytes it wrote
+(by writes, in-kernel copies, and splices out of a pipe into a file), over the
+source's size, say the same thing from the other side.
 
 usage: count_copies.py STRACE_LOG SOURCE_BYTES   -> prints "COPIES WRITTEN/SIZE"
 """
@@ -19,20 +20,21 @@ SPLICE_OUT = re.compile(r'\bsplice\(\d+, NULL, (\d+), \[\d+\], .* = (\d+)$')
 
 def main():
     log, size = sys.argv[1], int(sys.argv[2])
-    created = 0
+    created = set()
     written = 0
     with open(log) as lines:
         for line in lines:
             line = line.rstrip()
-            if CREATE.search(line) and not re.search(r'"/(dev|proc|sys)/', line):
-                created += 1
+            match = CREATE.search(line)
+            if match and not re.search(r'"/(dev|proc|sys)/', line):
+                created.add(match.group(1))
             match = WRITE.search(line)
             if match and int(match.group(2)) > 2:
                 written += int(match.group(3))
             match = KERNEL_COPY.search(line) or SPLICE_OUT.search(line)
             if match and int(match.group(1)) > 2:
                 written += int(match.group(2))
-    print(created, f"{written / size:.2f}")
+    print(len(created), f"{written / size:.2f}")
 
 
 if __name__ == "__main__":
