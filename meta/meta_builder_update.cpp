@@ -78,10 +78,14 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         } else if (position) {
             ok = out.appendLocations(gps);
         }
-        if (!ok || !out.commitEdits()) return false;
+        if (!ok) return false;
         progress(8, 80.0);
+        // The packet, the tilt stream and the time stamps join the same copy.
         if (!xmp.empty() && !out.appendXMP(xmp)) return false;
         if (!axis.empty() && !out.appendAxis(axis)) return false;
+        if (!out.updateTimeStamp(creationTime) || !out.commitEdits()) return false;
+        progress(10, 100.0);
+        return true;
     }
     if (!out.updateTimeStamp(creationTime)) return false;
     progress(10, 100.0);

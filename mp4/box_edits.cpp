@@ -110,12 +110,22 @@ bool resizeHolders(BinFile& file, const std::vector<BoxEdit>& edits,
 
 bool Relayout::assign(const std::vector<const BOX*>& order, const std::vector<BoxEdit>& edits) {
     pieces.clear();
+    tail.clear();
+    uint64_t sourceEnd = 0;
+    for (const BOX* box : order) sourceEnd = std::max(sourceEnd, box->end());
+    // An edit belongs to its outermost holder; one without holders (a patch
+    // of bytes, a box appended at the top level) to the box it lies in, or
+    // to the tail when it is an insertion at the end of the file.
+    auto owner = [](const BoxEdit& e, const BOX* box) {
+        if (!e.holders.empty()) return e.holders.back().start == box->start;
+        return box->start <= e.from && e.from < box->end() && e.to <= box->end();
+    };
     uint64_t at = 0;
     for (const BOX* box : order) {
         Piece piece{box, {}, at};
         int64_t growth = 0;
         for (const auto& e : edits) {
-            if (!e.holders.empty() && e.holders.back().start == box->start) {
+            if (owner(e, box)) {
                 piece.edits.push_back(&e);
                 growth += e.delta();
             }
@@ -123,7 +133,10 @@ bool Relayout::assign(const std::vector<const BOX*>& order, const std::vector<Bo
         pieces.push_back(std::move(piece));
         at += box->size + static_cast<uint64_t>(growth);
     }
-    size_t assigned = 0;
+    for (const auto& e : edits) {
+        if (e.holders.empty() && e.from == sourceEnd && e.to == sourceEnd) tail.push_back(&e);
+    }
+    size_t assigned = tail.size();
     for (const auto& p : pieces) assigned += p.edits.size();
     return assigned == edits.size();
 }
@@ -162,6 +175,9 @@ bool Relayout::copy(BinFile& source, BinFile& destination) const {
             cursor = e->to;
         }
         if (!source.seek_set(cursor) || copyBytes(source, destination, end - cursor) != end - cursor) return false;
+    }
+    for (const BoxEdit* e : tail) {
+        if (!destination.writeBytes(e->bytes.data, e->bytes.size)) return false;
     }
     return true;
 }

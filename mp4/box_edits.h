@@ -70,8 +70,11 @@ struct Relayout {
         uint64_t newStart = 0;
     };
     std::vector<Piece> pieces;
+    // Insertions at the end of the source, written after every piece.
+    std::vector<const BoxEdit*> tail;
 
-    // False when an edit lies in no box of the order.
+    // False when an edit lies in no box of the order and is no insertion at
+    // the end of the source.
     bool assign(const std::vector<const BOX*>& order, const std::vector<BoxEdit>& edits);
     // Where a source offset inside one of the pieces lands; the offset itself
     // when it is in none.

@@ -146,4 +146,42 @@ bool Container::appendAtEnd(const std::wstring& name, const EditFn& write) {
     });
 }
 
+bool Container::appendTopLevel(const std::wstring& name, const ByteArray& bytes) {
+    if (!batching_) {
+        return appendAtEnd(name, [&bytes](BinFile& file) { return file.writeBytes(bytes.data, bytes.size); });
+    }
+    if (!root_) return false;
+    std::vector<BoxEdit> edits;
+    // Readers find a fragment index from the end of the file: what is
+    // appended goes in front of it.
+    const BOX* index = trailingIndex();
+    const uint64_t at = index != nullptr ? index->start : root_->size;
+    if (index == nullptr && !root_->children.empty()) {
+        // A last box that runs to the end of the file gets its real size, so
+        // that what is appended stays outside it.
+        const BOX& last = *root_->children.back();
+        BinFile file(path_, 'r');
+        if (!file.isOpen()) return false;
+        file.setLimit(BinFile::kNoLimit);
+        file.seek(last.start);
+        const bool patched = std::any_of(batch_.begin(), batch_.end(), [&last](const BoxEdit& e) {
+            return e.holders.empty() && e.from == last.start && e.to == last.start + 4;
+        });
+        if (!patched && !last.largeSize && last.end() == file.length() && file.read32() == 0) {
+            if (last.size > 0xFFFFFFFFull) return false;
+            BoxEdit size;
+            size.from = last.start;
+            size.to = last.start + 4;
+            size.bytes.append32be(static_cast<uint32_t>(last.size));
+            size.anchor = last.start;
+            edits.push_back(std::move(size));
+        }
+    }
+    BoxEdit append;
+    append.from = append.to = append.anchor = at;
+    append.bytes = bytes;
+    edits.push_back(std::move(append));
+    return applyEdits(name, edits);
+}
+
 }  // namespace MP4

@@ -105,6 +105,9 @@ public:
     bool build_sphericalVideoXmlBOX(BOX*& found, ByteArray& out, const std::string& xml);
     bool appendSphericalVideoXML(const std::string& xml);
     bool appendLocationAndSphericalVideoXML(const GPSInfo& gps, const std::string& xml);
+    // A box after every other (in front of a trailing fragment index); in
+    // a batch, part of its one copy.
+    bool appendTopLevel(const std::wstring& name, const ByteArray& bytes);
     bool appendXMP(const std::string& xmp);
     bool appendAxis(const std::string& payload);
     bool isSpatialDataExist();
@@ -150,6 +153,8 @@ private:
     bool relayoutOrder(std::vector<const BOX*>& order) const;
     // moovFirst and the batch's edits in one copy.
     bool relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
+    // updateTimeStamp's writes as edits of the batch.
+    bool timeStampEdits(uint64_t time);
     // The top-level spatial-data uuid box, if any.
     BOX* spatialDataBlock();
     // After a rewrite moved the spatial-data block from oldStart: a KDT9

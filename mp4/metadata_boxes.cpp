@@ -28,8 +28,7 @@ bool Container::appendXMP(const std::string& xmp) {
         QVMX::Console::out(L"MP4: XMP is existed.\n");
         return true;
     }
-    const XMP box(xmp);
-    return appendAtEnd(L"appendXMP", [&box](BinFile& file) { return box.write(file); });
+    return appendTopLevel(L"appendXMP", XMP(xmp).to_byteArray());
 }
 
 bool Container::appendAxis(const std::string& payload) {
@@ -37,8 +36,7 @@ bool Container::appendAxis(const std::string& payload) {
         QVMX::Console::out(L"MP4: AXIS is existed.\n");
         return true;
     }
-    const AXIS box(payload);
-    return appendAtEnd(L"appendAxis", [&box](BinFile& file) { return box.write(file); });
+    return appendTopLevel(L"appendAxis", AXIS(payload).to_byteArray());
 }
 
 bool Container::build_sphericalVideoXmlBOX(BOX*& found, ByteArray& out, const std::string& xml) {

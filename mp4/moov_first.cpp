@@ -84,6 +84,7 @@ bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>
 }
 
 bool Container::updateTimeStamp(uint64_t time) {
+    if (batching_) return timeStampEdits(time);
     if (!takeOutputPath(L"updateTimeStamp")) return false;
     BinFile file(path_, 'a');
     if (!file.isOpen()) return false;
@@ -104,6 +105,45 @@ bool Container::updateTimeStamp(uint64_t time) {
         return true;
     });
     return ok;
+}
+
+bool Container::timeStampEdits(uint64_t time) {
+    // The creation time is the first field after version and flags, 64 bits
+    // wide in version 1 headers.
+    std::vector<BoxEdit> edits;
+    bool ok = true;
+    auto stamp = [&](const BOX& box, uint8_t version) {
+        const uint64_t width = version == 1 ? 8 : 4;
+        if (box.largeSize || box.size < 12 + width || heldEnd(box) < box.start + 12 + width) {
+            ok = false;
+            return;
+        }
+        BoxEdit e;
+        e.from = e.anchor = box.start + 12;
+        e.to = e.from + width;
+        if (width == 8) {
+            e.bytes.append32be(static_cast<uint32_t>(time >> 32));
+        }
+        e.bytes.append32be(static_cast<uint32_t>(time));
+        edits.push_back(std::move(e));
+    };
+    bool movieDone = false;
+    find("moov.mvhd", [&](BOX& box) {
+        if (const auto* mvhd = dynamic_cast<const MVHD*>(&box); mvhd != nullptr && !movieDone) stamp(box, mvhd->version);
+        movieDone = true;
+        return false;
+    });
+    find("moov.trak.tkhd", [&](BOX& box) {
+        if (const auto* tkhd = dynamic_cast<const TKHD*>(&box)) stamp(box, tkhd->version);
+        return true;
+    });
+    find("moov.trak.mdia.mdhd", [&](BOX& box) {
+        if (const auto* mdhd = dynamic_cast<const MDHD*>(&box)) stamp(box, mdhd->version);
+        return true;
+    });
+    // A header too short for its field fails the step but the others are
+    // still written, as in place.
+    return applyEdits(L"updateTimeStamp", edits) && ok;
 }
 
 }  // namespace MP4

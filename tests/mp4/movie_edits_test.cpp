@@ -341,3 +341,33 @@ TEST(EditBatch, AnEmptyBatchWritesNothingAndAClashingOneWritesNothingEither) {
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
 }
+
+TEST(MovieEdits, AppendsAndTimeStampsInOneCopyGiveTheBytesOfSeparateSteps) {
+    const Bytes lastToTheEnd = be32(0) + "free" + "rest of the file";
+    const std::vector<std::vector<Bytes>> layouts = {
+        {box("ftyp", "isom"), "mdat", box("free", "x"), "moov"},
+        {box("ftyp", "isom"), "moov", "mdat", "mdat"},
+        {box("ftyp", "isom"), "mdat", "moov", lastToTheEnd},
+    };
+    for (size_t i = 0; i < layouts.size(); ++i) {
+        SCOPED_TRACE("layout " + std::to_string(i));
+        const MovieShape shape{.moovFirst = false};
+        const Bytes movie = buildLaidOutMovie(shape, layouts[i]);
+        MovieFile separate(movie);
+        separate.container.moovFirst();
+        ASSERT_TRUE(separate.container.appendXMP("<x:xmpmeta/>"));
+        ASSERT_TRUE(separate.container.appendAxis("axis"));
+        ASSERT_TRUE(separate.container.updateTimeStamp(0x0000000A11223344ull));
+
+        MovieFile batched(movie);
+        batched.container.beginEdits();
+        batched.container.moovFirst();
+        ASSERT_TRUE(batched.container.appendXMP("<x:xmpmeta/>"));
+        ASSERT_TRUE(batched.container.appendAxis("axis"));
+        ASSERT_TRUE(batched.container.updateTimeStamp(0x0000000A11223344ull));
+        ASSERT_TRUE(batched.container.commitEdits());
+        EXPECT_EQ(batched.bytes(), separate.bytes());
+        EXPECT_EQ(allSamples(batched.path), movieSamples(shape));
+        EXPECT_FALSE(batched.temporaryLeft());
+    }
+}
