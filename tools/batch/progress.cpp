@@ -30,7 +30,7 @@ void Progress::started(const std::string& source) {
 
 void Progress::finished(const Entry& entry) {
     ++done_;
-    bytes_ += entry.bytesWritten;
+    if (entry.status == Status::Ok) bytes_ += entry.bytesWritten;
     const char* status = statusName(entry.status);
     if (terminal_) {
         // Successes are counted on the line; the rest are worth a line each.

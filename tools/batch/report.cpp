@@ -28,7 +28,8 @@ void Summary::add(const Entry& entry) {
             ++skipped;
             break;
     }
-    bytesWritten += entry.bytesWritten;
+    // A skipped movie's output was written by an earlier run.
+    if (entry.status == Status::Ok) bytesWritten += entry.bytesWritten;
 }
 
 nlohmann::ordered_json batchDocument(const std::vector<Entry>& entries, const Summary& summary) {
