@@ -2,6 +2,8 @@
 // and the inputs it cannot run, each with its reason.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "support/test_files.h"
@@ -77,6 +79,22 @@ TEST(MovieList, RepeatsCollisionsAndMissingInputsGetTheirVerdicts) {
     ASSERT_TRUE(movies[4].verdict);
     EXPECT_EQ(*movies[4].verdict, Status::Failed);
     EXPECT_NE(movies[4].message.find("No such file or directory"), std::string::npos);
+}
+
+TEST(MovieList, AFolderThatCannotBeReadIsAnEntryAndTheRestIsListed) {
+    if (::geteuid() == 0) GTEST_SKIP() << "every folder can be read as root";
+    testsupport::TempDir dir;
+    touch(dir.file("card/a/clip.mp4"));
+    touch(dir.file("card/b/clip.mp4"));
+    fs::permissions(dir.file("card/a"), fs::perms::none);
+    const std::vector<Movie> movies = listMovies({dir.file("card").string()}, dir.file("out").string());
+    fs::permissions(dir.file("card/a"), fs::perms::owner_all);
+    ASSERT_EQ(movies.size(), 2u);
+    ASSERT_TRUE(movies[0].verdict);
+    EXPECT_EQ(*movies[0].verdict, Status::Failed);
+    EXPECT_NE(movies[0].message.find("cannot read the folder"), std::string::npos) << movies[0].message;
+    EXPECT_EQ(movies[0].relative, "a");
+    EXPECT_FALSE(movies[1].verdict);
 }
 
 }  // namespace
