@@ -13,6 +13,7 @@
 #include "fuzz/fuzz_file.h"
 #include "fuzz/scratch_dir.h"
 #include "geo/gps_info.h"
+#include "meta/location_edits.h"
 #include "mp4/container.h"
 #include "mp4/spatial_sound.h"
 #include "mp4/uuid_box.h"
@@ -75,11 +76,11 @@ const std::vector<Edit>& edits() {
             QVMX::FileIO source(wide(sourcePath), 'r');
             c.trimSpatialData(source, offset, sound);
         },
-        [](MP4::Container& c, const std::string&) { c.appendLocations(position()); },
+        [](MP4::Container& c, const std::string&) { meta::appendLocations(c, position()); },
         [](MP4::Container& c, const std::string&) {
-            c.appendLocationAndSphericalVideoXML(position(), "<rdf:SphericalVideo/>");
+            meta::appendLocationAndSphericalVideoXML(c, position(), "<rdf:SphericalVideo/>");
         },
-        [](MP4::Container& c, const std::string&) { c.removeBadLOCI(); },
+        [](MP4::Container& c, const std::string&) { meta::removeBadLOCI(c); },
         [](MP4::Container& c, const std::string&) { c.overwriteSpatialDataOffset(64); },
         [](MP4::Container& c, const std::string&) {
             c.isMdatFirst();

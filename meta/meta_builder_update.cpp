@@ -5,6 +5,7 @@
 #include "foundation/console.h"
 #include "foundation/file_io.h"
 #include "meta/box_payload.h"
+#include "meta/location_edits.h"
 #include "meta/meta_builder.h"
 #include "meta/sphere_xml_pixels.h"
 #include "mp4/container.h"
@@ -64,7 +65,7 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         // that was needed and failed fails the step with it.
         out.beginEdits();
         out.moovFirst();
-        if (!out.removeBadLOCI()) return false;
+        if (!meta::removeBadLOCI(out)) return false;
         progress(6, 60.0);
         updateSphereXML(out, destination == nullptr);
         // Only what is known is written: a movie that is not spherical gets
@@ -72,11 +73,11 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         const bool position = gps.latitude.valid && gps.longitude.valid;
         bool ok = true;
         if (!sphereXml.empty() && position) {
-            ok = out.appendLocationAndSphericalVideoXML(gps, sphereXml);
+            ok = meta::appendLocationAndSphericalVideoXML(out, gps, sphereXml);
         } else if (!sphereXml.empty()) {
             ok = out.appendSphericalVideoXML(sphereXml);
         } else if (position) {
-            ok = out.appendLocations(gps);
+            ok = meta::appendLocations(out, gps);
         }
         if (!ok) return false;
         progress(8, 80.0);

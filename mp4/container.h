@@ -12,8 +12,6 @@
 #include "mp4/box_edits.h"
 #include "mp4/container_boxes.h"
 
-class GPSInfo;
-
 namespace MP4 {
 
 class SpatialSound;
@@ -98,13 +96,25 @@ public:
     bool moovFirst();
     bool updateTimeStamp(uint64_t time);
 
+    // --- edits ----------------------------------------------------------------
+    // One copy-frame rewrite making all the edits (or, in a batch, recorded
+    // for its copy), with the holders' sizes and the chunk offsets of
+    // whatever moved brought up to date.
+    bool applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
+    // Whether a box is at path and not on its way out in the batch.
+    bool hasBox(const char* path);
+    // Boxes added at the end of the movie's user data (a new udta when it
+    // has none); false without a movie box or boxes.
+    bool userDataEdit(const ByteArray& children, BoxEdit& edit);
+    // A box taken out, its holders shrinking with it.
+    void removalEdit(const BOX& box, BoxEdit& edit);
+    // The edit that puts the Spherical Video XML box in place: over an
+    // existing one, else at the end of the video track.
+    bool sphericalVideoXmlEdit(const std::string& xml, BoxEdit& edit);
+
     // --- metadata boxes ----------------------------------------------------
-    bool build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& gps);
-    bool appendLocations(const GPSInfo& gps);
-    bool removeBadLOCI();
     bool build_sphericalVideoXmlBOX(BOX*& found, ByteArray& out, const std::string& xml);
     bool appendSphericalVideoXML(const std::string& xml);
-    bool appendLocationAndSphericalVideoXML(const GPSInfo& gps, const std::string& xml);
     // A box after every other (in front of a trailing fragment index); in
     // a batch, part of its one copy.
     bool appendTopLevel(const std::wstring& name, const ByteArray& bytes);
@@ -126,9 +136,6 @@ private:
     // Before an in-place edit: with an output path pending, copies the file
     // there and goes on with the copy.
     bool takeOutputPath(const std::wstring& name);
-    // One copy-frame rewrite making all the edits, with the holders' sizes
-    // and the chunk offsets of whatever moved brought up to date.
-    bool applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
     // Appends at the end of the file in place; the file is cut back to its
     // old length when write fails.
     bool appendAtEnd(const std::wstring& name, const EditFn& write);
@@ -140,12 +147,6 @@ private:
     // appendAtEnd for a spatial-data block that stood at oldOffset in its
     // source; its track and KDT9 are then pointed at the new place.
     bool appendBlock(const std::wstring& name, uint64_t oldOffset, const EditFn& write);
-    // The edit that puts the Spherical Video XML box in place: over an
-    // existing one, else at the end of the video track.
-    bool sphericalVideoXmlEdit(const std::string& xml, BoxEdit& edit);
-    // The edit that adds the location boxes the user data lacks; false (with
-    // the line saying so) when it has them all.
-    bool locationEdit(const GPSInfo& gps, BoxEdit& edit);
     bool shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found);
     bool mapChunkOffsets(BinFile& file, const char* stblPath, const OffsetMap& where, bool& found);
     // The order moovFirst writes the top-level boxes in; false when the movie

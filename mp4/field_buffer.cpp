@@ -4,53 +4,10 @@
 
 namespace MP4 {
 
-const uint8_t* Fields::take(size_t n) {
-    if (failed_ || in_.size() - pos_ < n) {
-        failed_ = true;
-        return nullptr;
-    }
-    const uint8_t* p = in_.data() + pos_;
-    pos_ += n;
-    return p;
-}
-
-void Fields::number(const void* field, uint64_t& v, size_t n) {
-    if (reading()) {
-        const uint8_t* p = take(n);
-        v = 0;
-        if (p == nullptr) return;
-        for (size_t i = 0; i < n; ++i) v = (v << 8) | p[i];
-        return;
-    }
+void Fields::put(const void* field, uint64_t v, size_t n) {
     if (field == watch_ && watch_ != nullptr) watched_ = {offset(), n, true};
     for (size_t i = n; i > 0; --i) out_->push_back(static_cast<uint8_t>(v >> (8 * (i - 1))));
 }
-
-void Fields::u8(uint8_t& v) {
-    uint64_t w = v;
-    number(&v, w, 1);
-    v = static_cast<uint8_t>(w);
-}
-
-void Fields::u16(uint16_t& v) {
-    uint64_t w = v;
-    number(&v, w, 2);
-    v = static_cast<uint16_t>(w);
-}
-
-void Fields::u24(uint32_t& v) {
-    uint64_t w = v & 0xFFFFFF;
-    number(&v, w, 3);
-    v = static_cast<uint32_t>(w);
-}
-
-void Fields::u32(uint32_t& v) {
-    uint64_t w = v;
-    number(&v, w, 4);
-    v = static_cast<uint32_t>(w);
-}
-
-void Fields::u64(uint64_t& v) { number(&v, v, 8); }
 
 void Fields::u32or64(uint64_t& v, bool wide) {
     if (wide) {
@@ -123,7 +80,10 @@ void Fields::rest(std::string& v) {
 
 std::vector<uint8_t> readFieldBytes(BinFile& file, uint64_t most) {
     std::vector<uint8_t> bytes;
-    file.readAvailable(bytes, std::min(most, file.remaining()));
+    // The limit never lies past the end of the file, so this much is there.
+    const uint64_t want = std::min(most, file.remaining());
+    bytes.reserve(static_cast<size_t>(std::min<uint64_t>(want, file.length())));
+    file.readAvailable(bytes, want);
     return bytes;
 }
 

@@ -32,11 +32,11 @@ public:
     // Bytes still to read; zero when writing.
     size_t left() const { return reading() && !failed_ ? in_.size() - pos_ : 0; }
 
-    void u8(uint8_t& v);
-    void u16(uint16_t& v);
-    void u24(uint32_t& v);  // the low 24 bits
-    void u32(uint32_t& v);
-    void u64(uint64_t& v);
+    void u8(uint8_t& v) { small(v, 1); }
+    void u16(uint16_t& v) { small(v, 2); }
+    void u24(uint32_t& v) { small(v, 3); }  // the low 24 bits
+    void u32(uint32_t& v) { small(v, 4); }
+    void u64(uint64_t& v) { number(&v, v, 8); }
     // 64 bits when wide, else 32: a value written narrow keeps its low bits.
     void u32or64(uint64_t& v, bool wide);
     // The full-box prefix: one byte of version, 24 bits of flags.
@@ -76,8 +76,35 @@ private:
     Fields(std::span<const uint8_t> in, std::vector<uint8_t>* out)
         : in_(in), out_(out), start_(out != nullptr ? out->size() : 0) {}
     // Reading: the next n bytes, or nullptr (and failed) when short.
-    const uint8_t* take(size_t n);
-    void number(const void* field, uint64_t& v, size_t n);
+    const uint8_t* take(size_t n) {
+        if (failed_ || in_.size() - pos_ < n) {
+            failed_ = true;
+            return nullptr;
+        }
+        const uint8_t* p = in_.data() + pos_;
+        pos_ += n;
+        return p;
+    }
+    // Inline: tables of millions of entries come through here.
+    void number(const void* field, uint64_t& v, size_t n) {
+        if (reading()) {
+            const uint8_t* p = take(n);
+            v = 0;
+            if (p != nullptr) {
+                for (size_t i = 0; i < n; ++i) v = (v << 8) | p[i];
+            }
+            return;
+        }
+        put(field, v, n);
+    }
+    void put(const void* field, uint64_t v, size_t n);
+    template <class T>
+    void small(T& v, size_t n) {
+        uint64_t w = v;
+        if (n < 8) w &= (uint64_t(1) << (8 * n)) - 1;
+        number(&v, w, n);
+        v = static_cast<T>(w);
+    }
 
     std::span<const uint8_t> in_;
     size_t pos_ = 0;

@@ -8,6 +8,7 @@
 
 #include "geo/gps_info.h"
 #include "box_walk.h"
+#include "meta/location_edits.h"
 #include "mp4/container.h"
 #include "support/movie_file.h"
 #include "tavrel_fixture.h"
@@ -35,10 +36,10 @@ TEST(Oracle, EveryEditInPlaceKeepsEveryPacket) {
     const std::pair<const char*, Edit> edits[] = {
         {"updateTimeStamp", [](MP4::Container& c) { return c.updateTimeStamp(3600); }},
         {"replaceUdta", [&](MP4::Container& c) { return c.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size())); }},
-        {"removeBadLOCI", [](MP4::Container& c) { return c.removeBadLOCI(); }},
-        {"appendLocations", [](MP4::Container& c) { return c.appendLocations(position()); }},
+        {"removeBadLOCI", [](MP4::Container& c) { return meta::removeBadLOCI(c); }},
+        {"appendLocations", [](MP4::Container& c) { return meta::appendLocations(c, position()); }},
         {"appendLocationAndSphericalVideoXML",
-         [](MP4::Container& c) { return c.appendLocationAndSphericalVideoXML(position(), kXml); }},
+         [](MP4::Container& c) { return meta::appendLocationAndSphericalVideoXML(c, position(), kXml); }},
         {"appendSphericalVideoXML", [](MP4::Container& c) { return c.appendSphericalVideoXML(kXml + "  "); }},
         {"appendXMP", [](MP4::Container& c) { return c.appendXMP(position().to_XMP_string("Tavrel", true)); }},
     };

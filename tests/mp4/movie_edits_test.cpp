@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "geo/gps_info.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/uuid_box.h"
@@ -29,11 +28,6 @@ std::string layoutName(const MovieShape& s) {
            (s.withUdta ? "" : ", no udta");
 }
 
-MovieShape with(MovieShape s, const Bytes& udtaChildren) {
-    s.udtaChildren = udtaChildren;
-    return s;
-}
-
 std::vector<std::string> topLevelTypes(MP4::Container& c) {
     std::vector<std::string> types;
     for (const auto& child : c.root()->children) types.push_back(child->name());
@@ -46,14 +40,6 @@ Bytes payloadOf(MovieFile& m, const char* path) {
 }
 
 ByteArray bytesOf(const Bytes& b) { return ByteArray(b.data(), b.size()); }
-Bytes id(const MP4::UserType& t) { return Bytes(t.begin(), t.end()); }
-Bytes loci(size_t size) { return box("loci", Bytes(size - 8, '\0')); }
-
-GPSInfo position() {
-    GPSInfo gps;
-    gps.attachRXYZ("+35.5000+139.2500+012.000/");
-    return gps;
-}
 
 // The three location boxes worked out by hand: the text as given; 16.16
 // fixed point of 139.25, 35.5 and 12 in loci; the 0xA9 text without the
@@ -211,135 +197,6 @@ TEST(ReplaceUdta, BadBytesAndBadMovieBoxesAreLeftAlone) {
         EXPECT_FALSE(f->container.replaceUdta(udta.size(), bytesOf(udta)));
         EXPECT_EQ(f->bytes(), f->original);
     }
-}
-
-TEST(RemoveBadLoci, OnlyTheShortFormGoesAndEverySampleStays) {
-    for (const MovieShape& layout : kLayouts) {
-        SCOPED_TRACE(layoutName(layout));
-        // The short loci in the middle of the user data, and ending the movie
-        // box right before the media data, which then moves.
-        for (const Bytes& after : {box("free", "x"), Bytes()}) {
-            const MovieShape shape = with(layout, box("@mod", "m") + loci(28) + after);
-            MovieFile m(buildMovie(shape));
-            const uint64_t udta = m.first("moov.udta")->size;
-            EXPECT_TRUE(m.container.removeBadLOCI());
-            EXPECT_EQ(m.first("moov.udta.loci"), nullptr);
-            EXPECT_EQ(m.first("moov.udta")->size, udta - 28);
-            EXPECT_EQ(m.bytes().size(), m.original.size() - 28);
-            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
-        }
-    }
-    // Longer forms, a short one after a longer one, and none at all.
-    for (const Bytes& children : {loci(30), loci(32) + loci(28), Bytes()}) {
-        MovieFile m(buildMovie({.udtaChildren = children}));
-        EXPECT_TRUE(m.container.removeBadLOCI());
-        EXPECT_EQ(m.bytes(), m.original);
-    }
-}
-
-TEST(AppendLocations, BoxesAlreadyThereAreNotAddedAgainAndAMovieWithoutMediaIsRefused) {
-    MovieFile some(buildMovie({.udtaChildren = kLoci + kXyz}));
-    EXPECT_TRUE(some.container.appendLocations(position()));
-    EXPECT_EQ(payloadOf(some, "moov.udta"), kLoci + kXyz + kCxyz);
-    MovieFile all(buildMovie({.udtaChildren = kCxyz + kXyz + kLoci}));
-    ConsoleCapture console;
-    EXPECT_TRUE(all.container.appendLocations(position()));
-    EXPECT_EQ(console.text(), "MP4: No location-boxes were appended.\n");
-    EXPECT_EQ(all.bytes(), all.original);
-    MovieFile noMedia(box("ftyp", "isom") + box("moov", box("udta", "")));
-    EXPECT_FALSE(noMedia.container.appendLocations(position()));
-    EXPECT_EQ(noMedia.bytes(), noMedia.original);
-}
-
-TEST(SphericalVideoXml, GoesIntoTheVideoTrackWithTheLocationsInOneRewrite) {
-    const Bytes sphere = uuidBox(id(MP4::SphericalXML::_UUID), kXml);
-    for (MovieShape shape : kLayouts) {
-        for (bool withUdta : {true, false}) {
-            shape.withUdta = withUdta;
-            SCOPED_TRACE(layoutName(shape));
-            MovieFile m(buildMovie(shape));
-            EXPECT_TRUE(m.container.appendLocationAndSphericalVideoXML(position(), kXml));
-            const auto& video = static_cast<MP4::NestedBox&>(*m.container.videoTrack());
-            EXPECT_EQ(m.bytes().substr(video.children.back()->start), sphere + m.bytes().substr(video.end()));
-            const Bytes udta = payloadOf(m, "moov.udta");
-            EXPECT_EQ(udta.substr(udta.size() - kLocations.size()), kLocations);
-            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
-            EXPECT_FALSE(m.temporaryLeft());
-        }
-    }
-    // A second text replaces the first.
-    MovieFile m(buildMovie({}));
-    const Bytes other = "<rdf:SphericalVideo>changed, and longer than before</rdf:SphericalVideo>";
-    EXPECT_TRUE(m.container.appendSphericalVideoXML(kXml));
-    EXPECT_TRUE(m.container.appendSphericalVideoXML(other));
-    const Bytes b = m.bytes();
-    EXPECT_EQ(b.find(kXml), std::string::npos);
-    EXPECT_NE(b.find(other), std::string::npos);
-    EXPECT_EQ(b.find(id(MP4::SphericalXML::_UUID)), b.rfind(id(MP4::SphericalXML::_UUID)));
-    EXPECT_EQ(allSamples(m.path), movieSamples({}));
-}
-
-TEST(AppendXmpAndAxis, EachGoesToTheEndOfTheFileOnceClosingAnOpenMediaDataFirst) {
-    // moov first, then an mdat whose size field says "to the end".
-    Bytes movie = buildMovie({});
-    const size_t mdatAt = movie.rfind("mdat") - 4;
-    movie.replace(mdatAt, 4, be32(0));
-    MovieFile m(movie);
-    EXPECT_TRUE(m.container.appendXMP("<x:xmpmeta/>"));
-    EXPECT_TRUE(m.container.appendAxis("\x01\x02\x03"));
-    const Bytes added =
-        uuidBox(id(MP4::XMP::_UUID), "<x:xmpmeta/>") + uuidBox(id(MP4::AXIS::_UUID), "\x01\x02\x03");
-    Bytes expected = movie + added;
-    expected.replace(mdatAt, 4, be32(uint32_t(movie.size() - mdatAt)));
-    EXPECT_EQ(m.bytes(), expected);
-    EXPECT_EQ(allSamples(m.path), movieSamples({}));
-
-    ConsoleCapture console;
-    EXPECT_TRUE(m.container.appendXMP("other") && m.container.appendAxis("other"));
-    EXPECT_EQ(m.bytes(), expected);
-}
-
-TEST(EditBatch, OneCopyMakesWhatSeparateRewritesMakeWithOrWithoutTheRelayout) {
-    const auto edits = [](MP4::Container& c, bool relayout) {  // relayout: the media data comes first
-        EXPECT_EQ(c.moovFirst(), relayout);
-        c.removeBadLOCI();
-        c.removeBadLOCI();  // already on its way out when batched: nothing more
-        c.appendLocationAndSphericalVideoXML(position(), "<rdf:SphericalVideo/>");
-    };
-    const Bytes children = box("@xyz", "+1+2/") + loci(28);
-    for (const MovieShape& layout : kLayouts) {
-        SCOPED_TRACE(layoutName(layout));
-        const MovieShape shape = with(layout, children);
-        MovieFile separate(buildMovie(shape));
-        edits(separate.container, !shape.moovFirst);
-        MovieFile batched(buildMovie(shape));
-        batched.container.beginEdits();
-        edits(batched.container, !shape.moovFirst);
-        EXPECT_EQ(batched.bytes(), batched.original);  // nothing written before the commit
-        ASSERT_TRUE(batched.container.commitEdits());
-        EXPECT_EQ(batched.bytes(), separate.bytes());
-        EXPECT_FALSE(batched.container.isMdatFirst());
-        EXPECT_NE(batched.bytes().find(kLoci.substr(0, 8)), std::string::npos);  // a full loci instead
-        EXPECT_EQ(allSamples(batched.path), movieSamples(shape));
-        EXPECT_FALSE(batched.temporaryLeft());
-    }
-}
-
-TEST(EditBatch, AnEmptyBatchWritesNothingAndAClashingOneWritesNothingEither) {
-    MovieFile m(buildMovie({.udtaChildren = loci(28)}));
-    m.container.beginEdits();
-    EXPECT_FALSE(m.container.moovFirst());  // already in front: no relayout
-    EXPECT_TRUE(m.container.commitEdits());
-    EXPECT_EQ(m.bytes(), m.original);
-    // The loci lies inside the user data that is replaced: the edits overlap.
-    m.container.beginEdits();
-    m.container.removeBadLOCI();
-    m.container.replaceUdta(16, ByteArray("\0\0\0\x10udta\0\0\0\x08"
-                                          "free",
-                                          16));
-    EXPECT_FALSE(m.container.commitEdits());
-    EXPECT_EQ(m.bytes(), m.original);
-    EXPECT_FALSE(m.temporaryLeft());
 }
 
 TEST(MovieEdits, AppendsAndTimeStampsInOneCopyGiveTheBytesOfSeparateSteps) {

@@ -1,0 +1,25 @@
+#pragma once
+
+// The position of a movie in its user data: the location boxes added where
+// missing, and a short loci the older cameras wrote taken out.
+#include <string>
+
+#include "mp4/box_edits.h"
+
+class GPSInfo;
+namespace MP4 {
+class Container;
+}
+
+namespace meta {
+
+// The edit that adds the location boxes the user data lacks; false (with
+// the line saying so) when it has them all.
+bool locationEdit(MP4::Container& container, const GPSInfo& gps, MP4::BoxEdit& edit);
+bool appendLocations(MP4::Container& container, const GPSInfo& gps);
+// The spherical XML and the location boxes in one copy.
+bool appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo& gps, const std::string& xml);
+// A loci too short to be one is removed; none, or a good one, is no failure.
+bool removeBadLOCI(MP4::Container& container);
+
+}  // namespace meta
