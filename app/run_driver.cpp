@@ -63,8 +63,9 @@ unsigned long long expectedBytes(const Option& option, const MP4::Container& sou
     return static_cast<unsigned long long>(rate / 8 * seconds) + kMetadataRoom;
 }
 
-// The refusals that come before anything is written.
-Failure checkBeforeWriting(const Option& option) {
+// The refusals that come before anything is written; needed is set to about
+// what the result takes.
+Failure checkBeforeWriting(const Option& option, unsigned long long& needed) {
     // A movie whose samples cannot all be found is not rewritten into one
     // that hides the damage.
     MP4::Container source;
@@ -76,7 +77,8 @@ Failure checkBeforeWriting(const Option& option) {
     if (const std::string cause = QVMX::outputPathProblem(narrow(option.output)); !cause.empty()) {
         return {option.output, wide(cause)};
     }
-    const std::string room = QVMX::roomProblem(narrow(option.output), expectedBytes(option, source, file.length()));
+    needed = expectedBytes(option, source, file.length());
+    const std::string room = QVMX::roomProblem(narrow(option.output), needed);
     if (!room.empty()) return {option.output, wide(room)};
     return {};
 }
@@ -125,7 +127,8 @@ bool runJob(const Option& option) {
                            option.output.c_str());
         return false;
     }
-    if (const Failure refused = checkBeforeWriting(option); refused.failed()) {
+    unsigned long long needed = 0;
+    if (const Failure refused = checkBeforeWriting(option, needed); refused.failed()) {
         refuse(refused.file, refused.cause);
         return false;
     }
@@ -151,10 +154,13 @@ bool runJob(const Option& option) {
                                thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring());
     if (!failure.failed() && !movie.commit()) failure = {option.output, wide(movie.cause())};
     if (failure.failed()) {
-        // A full disk is the cause whatever step it stopped.
-        if (const std::string full = QVMX::fullDiskCause(narrow(option.output)); !full.empty()) {
-            failure = {option.output, wide(full)};
-        }
+        // A full disk is the cause whatever step it stopped: full while the
+        // run's files are there, or without the room the run needed once
+        // they are gone (a step may have removed its own file already).
+        std::string full = QVMX::fullDiskCause(narrow(option.output));
+        movie.discard();
+        if (full.empty()) full = QVMX::fullDiskCause(narrow(option.output), needed);
+        if (!full.empty()) failure = {option.output, wide(full)};
         refuse(failure.file, failure.cause);
         return false;
     }

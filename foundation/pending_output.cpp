@@ -181,11 +181,11 @@ std::string roomProblem(const std::string& path, unsigned long long bytes) {
     return "its file system has room for " + mib(room) + " MiB, the result needs about " + mib(bytes) + " MiB";
 }
 
-std::string fullDiskCause(const std::string& path) {
+std::string fullDiskCause(const std::string& path, unsigned long long needed) {
     struct statvfs fs {};
     if (::statvfs(folderOf(path).c_str(), &fs) != 0) return {};
     const unsigned long long room = static_cast<unsigned long long>(fs.f_bavail) * fs.f_frsize;
-    return room < kFullBelow ? std::strerror(ENOSPC) : std::string();
+    return room < kFullBelow || room < needed ? std::strerror(ENOSPC) : std::string();
 }
 
 }  // namespace QVMX

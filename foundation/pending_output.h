@@ -52,7 +52,8 @@ std::string outputPathProblem(const std::string& path);
 std::string roomProblem(const std::string& path, unsigned long long bytes);
 
 // The cause of the last failed write there, in a user's words, when the
-// folder's file system is full; else empty.
-std::string fullDiskCause(const std::string& path);
+// folder's file system is full or has less room than the needed bytes (a
+// step that failed may have removed its own file by then); else empty.
+std::string fullDiskCause(const std::string& path, unsigned long long needed = 0);
 
 }  // namespace QVMX

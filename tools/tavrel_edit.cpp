@@ -14,7 +14,6 @@
 #include "foundation/pending_output.h"
 #include "foundation/wchar.h"
 #include "geo/gps_info.h"
-#include "meta/location_edits.h"
 #include "mp4/container.h"
 
 namespace {
@@ -47,9 +46,16 @@ bool readWhole(const std::wstring& path, std::string& out) {
 }
 
 // The last line of a run that wrote nothing; a full disk is the cause
-// whatever step it stopped.
-int fail(const std::string& output, const std::string& cause) {
-    const std::string full = QVMX::fullDiskCause(output);
+// whatever step it stopped. The disk is full while the run's files are
+// still there, or has no longer the room the run needed once they are gone
+// (a step may have removed its own file already).
+int fail(const std::string& output, const std::string& cause, QVMX::PendingOutput* pending = nullptr,
+         unsigned long long needed = 0) {
+    std::string full = QVMX::fullDiskCause(output);
+    if (pending != nullptr) {
+        pending->discard();
+        if (full.empty()) full = QVMX::fullDiskCause(output, needed);
+    }
     QVMX::Console::out(L"%ls: %ls; nothing was written.\n", QVMX::wchar::mbs2wcs(output.c_str()).c_str(),
                        QVMX::wchar::mbs2wcs((full.empty() ? cause : full).c_str()).c_str());
     return 1;
@@ -86,7 +92,8 @@ int main(int argc, char** argv) {
     if (const std::string problem = QVMX::outputPathProblem(output); !problem.empty()) return fail(output, problem);
     std::error_code error;
     const auto sourceBytes = std::filesystem::file_size(argv[2], error);
-    if (const std::string room = QVMX::roomProblem(output, error ? 0 : sourceBytes + kEditRoom); !room.empty()) {
+    const unsigned long long needed = error ? 0 : sourceBytes + kEditRoom;
+    if (const std::string room = QVMX::roomProblem(output, needed); !room.empty()) {
         return fail(output, room);
     }
     QVMX::PendingOutput pending(output);
@@ -112,20 +119,20 @@ int main(int argc, char** argv) {
     } else if (operation == "location") {
         GPSInfo gps;
         gps.attachRXYZ(argv[4]);
-        ok = meta::appendLocations(container, gps);
+        ok = container.appendLocations(gps);
     } else if (operation == "fullrange") {
         ok = container.appendFullRangeAndConstrainedSet1Flag(std::string(argv[4]) == "1");
     }
     if (!ok) {
         QVMX::Console::out(L"tavrel-edit: %ls failed.\n", QVMX::wchar::mbs2wcs(operation.c_str()).c_str());
-        return fail(output, "the " + operation + " edit failed");
+        return fail(output, "the " + operation + " edit failed", &pending, needed);
     }
     // An edit with nothing to change wrote nothing: the result is the source.
     if (!container.outputPath().empty()) {
         std::filesystem::copy_file(argv[2], pending.temporaryPath(), std::filesystem::copy_options::overwrite_existing,
                                    error);
-        if (error) return fail(output, error.message());
+        if (error) return fail(output, error.message(), &pending, needed);
     }
-    if (!pending.commit()) return fail(output, pending.cause());
+    if (!pending.commit()) return fail(output, pending.cause(), &pending, needed);
     return 0;
 }

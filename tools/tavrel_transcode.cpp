@@ -25,9 +25,16 @@ void usage() {
 }
 
 // The last line of a run that wrote nothing; a full disk is the cause
-// whatever step it stopped.
-int fail(const std::string& output, const std::string& cause) {
-    const std::string full = QVMX::fullDiskCause(output);
+// whatever step it stopped. The disk is full while the run's files are
+// still there, or has no longer the room the run needed once they are gone
+// (a step may have removed its own file already).
+int fail(const std::string& output, const std::string& cause, QVMX::PendingOutput* pending = nullptr,
+         unsigned long long needed = 0) {
+    std::string full = QVMX::fullDiskCause(output);
+    if (pending != nullptr) {
+        pending->discard();
+        if (full.empty()) full = QVMX::fullDiskCause(output, needed);
+    }
     QVMX::Console::out(L"%ls: %ls; nothing was written.\n", QVMX::wchar::mbs2wcs(output.c_str()).c_str(),
                        QVMX::wchar::mbs2wcs((full.empty() ? cause : full).c_str()).c_str());
     return 1;
@@ -55,9 +62,9 @@ int thumbnail(int argc, char** argv) {
     if (argc == 4) {
         if (!thumbnailer.saveFrame(QVMX::wchar::mbs2wcs(pending.temporaryPath().c_str()))) {
             QVMX::Console::out(L"thumbnailer(%ls) failed.\n", jpeg.c_str());
-            return fail(output, "no frame could be saved");
+            return fail(output, "no frame could be saved", &pending);
         }
-        return pending.commit() ? 0 : fail(output, pending.cause());
+        return pending.commit() ? 0 : fail(output, pending.cause(), &pending);
     }
     ByteArray bytes;
     if (!thumbnailer.saveFrame(bytes, std::atoi(argv[4]), std::strtoul(argv[5], nullptr, 10))) {
@@ -68,8 +75,8 @@ int thumbnail(int argc, char** argv) {
     bool written = out != nullptr && std::fwrite(bytes.data, 1, bytes.size, out) == bytes.size;
     if (out != nullptr && std::fclose(out) != 0) written = false;
     QVMX::Console::out(L"bytes: %llu\n", static_cast<unsigned long long>(bytes.size));
-    if (!written) return fail(output, "the JPEG could not be written");
-    return pending.commit() ? 0 : fail(output, pending.cause());
+    if (!written) return fail(output, "the JPEG could not be written", &pending);
+    return pending.commit() ? 0 : fail(output, pending.cause(), &pending);
 }
 
 bool numberAfter(const char* argument, const char* name, double& value) {
@@ -168,9 +175,10 @@ int main(int argc, char** argv) {
 
     // About what the bit rates make of the kept range, and room to spare.
     const double seconds = duration.isNumeric() ? (end - start).seconds() : 0;
-    const double bytes = (bitRate + audioBitRate) / 8 * (seconds > 0 ? seconds : 0) + (4 << 20);
+    const auto needed =
+        static_cast<unsigned long long>((bitRate + audioBitRate) / 8 * (seconds > 0 ? seconds : 0) + (4 << 20));
     QVMX::PendingOutput pending(output);
-    if (!startOutput(pending, static_cast<unsigned long long>(bytes))) return 1;
+    if (!startOutput(pending, needed)) return 1;
 
     unsigned frames = 0;
     const bool ok = transcoder.process(
@@ -183,9 +191,9 @@ int main(int argc, char** argv) {
         nullptr, nullptr);
     if (!ok || frames == 0) {
         QVMX::Console::out(L"process(%s, %s) failed.\n", source.c_str(), output.c_str());
-        return fail(output, "the re-encode failed");
+        return fail(output, "the re-encode failed", &pending, needed);
     }
-    if (!pending.commit()) return fail(output, pending.cause());
+    if (!pending.commit()) return fail(output, pending.cause(), &pending, needed);
     QVMX::Console::out(L"frames: %u\n", frames);
     return 0;
 }

@@ -227,6 +227,8 @@ TEST(OutputChecks, NameWhatStandsInTheWay) {
     const std::string absurd = QVMX::roomProblem(out, 1ull << 62);
     EXPECT_EQ(absurd.rfind("its file system has room for ", 0), 0u) << absurd;
     EXPECT_NE(absurd.find(", the result needs about 4398046511104 MiB"), std::string::npos) << absurd;
-    // The temporary folder is not full.
+    // The temporary folder is not full, but has not the room for an absurd
+    // result either.
     EXPECT_EQ(QVMX::fullDiskCause(out), "");
+    EXPECT_EQ(QVMX::fullDiskCause(out, 1ull << 62), "No space left on device");
 }
