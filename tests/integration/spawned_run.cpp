@@ -55,6 +55,19 @@ void SpawnedRun::signal(int number) const {
     if (started() && !reaped_) ::kill(pid_, number);
 }
 
+bool SpawnedRun::stop() {
+    if (!started() || reaped_) return false;
+    ::kill(pid_, SIGSTOP);
+    int status = 0;
+    while (::waitpid(pid_, &status, WUNTRACED) < 0) {
+        if (errno != EINTR) return false;
+    }
+    if (WIFSTOPPED(status)) return true;
+    status_ = status;
+    reaped_ = true;
+    return false;
+}
+
 void SpawnedRun::wait() {
     if (pipe_ >= 0) {
         char buffer[4096];

@@ -25,6 +25,9 @@ public:
     pid_t pid() const { return pid_; }
     bool started() const { return pid_ > 0; }
     void signal(int number) const;
+    // Stops it (SIGSTOP) and returns once it has stopped; false when it
+    // had ended first.
+    bool stop();
     // Reads everything it prints and waits for it to end.
     void wait();
     // Whether it has ended (reaped, so that wait() only collects the output).
