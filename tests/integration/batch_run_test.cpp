@@ -125,5 +125,17 @@ TEST(DumpJson, EveryFileGetsItsObjectMatchingTheSchemaAndTheTextDump) {
     EXPECT_TRUE(contains(text.output, line)) << line << "\n" << text.output;
 }
 
+TEST(DumpJson, MoviesFromOtherSoftwareAllMatchTheSchema) {
+    testsupport::TempDir dir;
+    const std::string files = std::string(TAVREL_SOURCE_DIR) + "/tests/data/realworld/files";
+    const auto run = testsupport::runCommand(toolCommand("tavrel-dump") + " --json " + shellQuote(files) + "/* > " +
+                                             shellQuote(dir.file("dump.json").string()));
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(schemaProblem("tavrel-dump.schema.json", dir.file("dump.json")), "");
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& file : fs::directory_iterator(files)) ++count;
+    EXPECT_EQ(jsonFile(dir.file("dump.json")).size(), count);
+}
+
 }  // namespace
 }  // namespace e2e
