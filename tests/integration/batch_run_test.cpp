@@ -83,6 +83,25 @@ TEST(BatchRun, RunsFoldersAndFilesRecordsEachMovieAndResumesWhereItStopped) {
     EXPECT_TRUE(leftovers(dir.path()).empty());
 }
 
+TEST(BatchRun, OnATerminalOneLineIsRedrawnAndOnlyTheFailuresGetLinesOfTheirOwn) {
+    testsupport::TempDir dir;
+    writeScript(dir.file("tool"), "[[ $1 == *bad* ]] && { echo \"$1: no; nothing was written.\"; exit 1; }\ncp \"$1\" \"$2\"\n");
+    for (const char* name : {"card/1.mp4", "card/2-bad.mp4", "card/3.mp4"}) {
+        fs::create_directories(dir.file(name).parent_path());
+        testsupport::writeFile(dir.file(name), name);
+    }
+    // script(1) gives the batch a terminal.
+    const auto run = testsupport::runCommand(
+        "cd " + shellQuote(dir.path().string()) + " && TAVREL_BATCH_TOOL=./tool script -qec " +
+        shellQuote(shellQuote(batchCommand()) + " card -o out -j 1") + " /dev/null");
+    EXPECT_EQ(run.status, 1) << run.output;
+    EXPECT_TRUE(contains(run.output, "\r\033[K[1/3] 10 B, ")) << run.output;
+    EXPECT_TRUE(contains(run.output, "\r\033[Krefused " + dir.file("card/2-bad.mp4").string() + ": no; nothing was written.\r\n"))
+        << run.output;
+    EXPECT_TRUE(contains(run.output, "\r\033[K3 movies: 2 ok, 1 refused")) << run.output;
+    EXPECT_FALSE(contains(run.output, "ok " + dir.file("card/1.mp4").string())) << run.output;
+}
+
 TEST(DumpJson, EveryFileGetsItsObjectMatchingTheSchemaAndTheTextDump) {
     testsupport::TempDir dir;
     fs::copy_file(sourceMovie(Source::Newest), dir.file("newest.mp4"));

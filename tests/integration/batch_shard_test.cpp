@@ -36,7 +36,7 @@ TEST(BatchShards, GnuParallelShardsTogetherMakeExactlyTheWholeRun) {
         fs::create_directories(to.parent_path());
         fs::copy_file(sourceMovie(kinds[i % 4]), to);
     }
-    const auto whole = runBatch(dir.path(), "card -o whole -j 2 -- -view:45,0");
+    const auto whole = runBatch(dir.path(), "card -o whole -j 2 --fsync -- -view:45,0");
     ASSERT_EQ(whole.status, 0) << whole.output;
 
     const auto shards = testsupport::runCommand(

@@ -36,7 +36,12 @@ void Progress::finished(const Entry& entry) {
         // Successes are counted on the line; the rest are worth a line each.
         if (entry.status != Status::Ok) {
             clear();
-            std::fprintf(out_, "%s %s: %s\n", status, entry.source.c_str(), entry.message.c_str());
+            // Most messages name the movie already.
+            if (entry.message.rfind(entry.source, 0) == 0) {
+                std::fprintf(out_, "%s %s\n", status, entry.message.c_str());
+            } else {
+                std::fprintf(out_, "%s %s: %s\n", status, entry.source.c_str(), entry.message.c_str());
+            }
         }
         draw();
         return;
