@@ -212,6 +212,8 @@ bool runChildren(const std::vector<ChildJob>& jobs, const RunSettings& settings,
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(wake - Clock::now()).count();
             timeout = static_cast<int>(std::clamp<long long>(left, 0, 60000));
         }
+        // Without the wake-up pipe, endings are only noticed by looking again.
+        if (g_wake[0] < 0 && (timeout < 0 || timeout > 50)) timeout = 50;
         ::poll(fds.data(), fds.size(), timeout);
         if (fds[0].revents != 0) {
             char drain[64];
