@@ -14,6 +14,7 @@
 #include "foundation/pending_output.h"
 #include "foundation/wchar.h"
 #include "geo/gps_info.h"
+#include "meta/location_edits.h"
 #include "mp4/container.h"
 
 namespace {
@@ -119,7 +120,7 @@ int main(int argc, char** argv) {
     } else if (operation == "location") {
         GPSInfo gps;
         gps.attachRXYZ(argv[4]);
-        ok = container.appendLocations(gps);
+        ok = meta::appendLocations(container, gps);
     } else if (operation == "fullrange") {
         ok = container.appendFullRangeAndConstrainedSet1Flag(std::string(argv[4]) == "1");
     }
