@@ -78,6 +78,24 @@ void removeLeftovers(const std::string& folder, const std::string& prefix) {
     ::closedir(dir);
 }
 
+// Holds SIGINT, SIGTERM and SIGHUP back for its lifetime: one that arrives
+// meanwhile is handled once the slots say again what there is to remove.
+class InterruptsHeld {
+public:
+    InterruptsHeld() {
+        sigset_t interrupts;
+        sigemptyset(&interrupts);
+        for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&interrupts, signal);
+        ::sigprocmask(SIG_BLOCK, &interrupts, &previous_);
+    }
+    ~InterruptsHeld() { ::sigprocmask(SIG_SETMASK, &previous_, nullptr); }
+    InterruptsHeld(const InterruptsHeld&) = delete;
+    InterruptsHeld& operator=(const InterruptsHeld&) = delete;
+
+private:
+    sigset_t previous_;
+};
+
 mode_t currentUmask() {
     const mode_t mask = ::umask(0);
     ::umask(mask);
@@ -110,11 +128,10 @@ PendingOutput::PendingOutput(const std::string& path) : path_(path.c_str()) {
     std::string pattern = folder + "/" + prefix + std::to_string(::getpid()) + "-XXXXXX";
     std::vector<char> buffer(pattern.begin(), pattern.end());
     buffer.push_back('\0');
-    // Registered before it exists, so a signal in between still removes it.
     Slot& slot = slots[slot_];
-    std::snprintf(slot.temporary, sizeof slot.temporary, "%s", buffer.data());
-    slot.rewrite[0] = '\0';
     std::snprintf(slot.line, sizeof slot.line, "\n%s: the run was interrupted; nothing was written.\n", path_.c_str());
+    // A signal between making the file and registering it would leave it.
+    InterruptsHeld held;
     const int fd = ::mkstemp(buffer.data());
     if (fd < 0) {
         cause_ = std::strerror(errno);
@@ -144,6 +161,8 @@ bool PendingOutput::commit() {
     struct stat st {};
     mode_t mode = 0666 & ~currentUmask();
     if (::lstat(path_.c_str(), &st) == 0 && S_ISREG(st.st_mode)) mode = st.st_mode & 07777;
+    // Once renamed, the file is no longer the handler's to remove.
+    InterruptsHeld held;
     if (::chmod(temporary_.c_str(), mode) != 0 || ::rename(temporary_.c_str(), path_.c_str()) != 0) {
         cause_ = std::strerror(errno);
         discard();

@@ -6,6 +6,7 @@
 // temporary. The suite runs under a CTest label of its own ("interrupt").
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -32,6 +33,8 @@ protected:
         shared_ = new testsupport::TempDir;
         makeBigMovie(source(), kMovieMiB);
         sourceHash_ = sha256(source());
+        // Written back now, not while the first runs are timed.
+        ::sync();
     }
     static void TearDownTestSuite() {
         delete shared_;
@@ -78,9 +81,10 @@ void Interrupt::endRunsEarly(const std::vector<std::string>& options, bool outpu
         }
     };
 
-    // Whole runs: the result to compare with, and how long a run takes
-    // (the shorter of two, as other work on the machine only adds to it).
+    // Whole runs: the result to compare with, and how long a run takes:
+    // the shortest seen so far, as other work on the machine only adds to it.
     Clock::duration duration = Clock::duration::max();
+    const auto seconds = [&] { return std::chrono::duration<double>(duration).count(); };
     for (int i = 0; i < 2; ++i) {
         const auto started = Clock::now();
         SpawnedRun whole(tavrelExecutable().string(), arguments(reference));
@@ -88,18 +92,29 @@ void Interrupt::endRunsEarly(const std::vector<std::string>& options, bool outpu
         duration = std::min(duration, Clock::now() - started);
         ASSERT_EQ(whole.exitStatus(), 0) << whole.output();
     }
-    const double seconds = std::chrono::duration<double>(duration).count();
-    std::printf("a whole run takes %.3f s\n", seconds);
+    std::printf("a whole run takes %.3f s\n", seconds());
+    // Waits until started + until, or less when the run ends first (which
+    // says how long a run takes).
+    const auto hold = [&](SpawnedRun& run, Clock::time_point started, Clock::duration until) {
+        while (Clock::now() - started < until) {
+            if (run.ended()) {
+                duration = std::min(duration, Clock::now() - started);
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+        }
+    };
 
     int killed = 0;
     for (int i = 0; i < kKillMoments; ++i) {
         // From the start to a little past the end.
-        const auto delay = duration * i / (kKillMoments - 2);
-        const std::string context = "SIGKILL after " + std::to_string(seconds * i / (kKillMoments - 2)) + " s";
+        const double at = double(i) / (kKillMoments - 2);
+        const std::string context = "SIGKILL after " + std::to_string(seconds() * at) + " s";
         prepare();
+        const auto started = Clock::now();
         SpawnedRun run(tavrelExecutable().string(), arguments(out));
         ASSERT_TRUE(run.started());
-        std::this_thread::sleep_for(delay);
+        hold(run, started, std::chrono::duration_cast<Clock::duration>(duration * at));
         run.signal(SIGKILL);
         run.wait();
         if (run.endingSignal() == SIGKILL) {
@@ -120,8 +135,10 @@ void Interrupt::endRunsEarly(const std::vector<std::string>& options, bool outpu
 
     // The next run removes what the killed ones left.
     prepare();
+    const auto started = Clock::now();
     SpawnedRun next(tavrelExecutable().string(), arguments(out));
     next.wait();
+    duration = std::min(duration, Clock::now() - started);
     EXPECT_EQ(next.exitStatus(), 0) << next.output();
     EXPECT_TRUE(sameBytes(out, reference));
     EXPECT_EQ(entriesOf(work.path()), (std::set<std::string>{"out.mp4", "reference"}));
@@ -142,9 +159,9 @@ void Interrupt::endRunsEarly(const std::vector<std::string>& options, bool outpu
             return false;
         };
         while (!writing() && !run.ended()) std::this_thread::sleep_for(std::chrono::microseconds(200));
-        const auto left = duration - (Clock::now() - start);
+        const auto writingFrom = Clock::now() - start;
         const std::string context = "SIGTERM after " + std::to_string(at) + " of the run's writing";
-        std::this_thread::sleep_for(std::chrono::duration_cast<Clock::duration>(left * at));
+        hold(run, start, writingFrom + std::chrono::duration_cast<Clock::duration>((duration - writingFrom) * at));
         run.signal(SIGTERM);
         run.wait();
         EXPECT_EQ(run.endingSignal(), 0) << context << ": ended by the signal itself, not by the program";
