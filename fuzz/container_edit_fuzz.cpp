@@ -14,6 +14,7 @@
 #include "fuzz/scratch_dir.h"
 #include "geo/gps_info.h"
 #include "meta/location_edits.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "mp4/spatial_sound.h"
 #include "mp4/uuid_box.h"
@@ -59,9 +60,9 @@ const std::vector<Edit>& edits() {
             static const char udta[] = "\0\0\0\x14udta\0\0\0\x0c" "free1234";
             c.replaceUdta(20, ByteArray(udta, 20));
         },
-        [](MP4::Container& c, const std::string&) { c.appendXMP("<x:xmpmeta/>"); },
-        [](MP4::Container& c, const std::string&) { c.appendAxis(std::string(40, 'a')); },
-        [](MP4::Container& c, const std::string&) { c.appendSphericalVideoXML("<rdf:SphericalVideo/>"); },
+        [](MP4::Container& c, const std::string&) { meta::appendXMP(c, "<x:xmpmeta/>"); },
+        [](MP4::Container& c, const std::string&) { meta::appendAxis(c, std::string(40, 'a')); },
+        [](MP4::Container& c, const std::string&) { meta::appendSphericalVideoXML(c, "<rdf:SphericalVideo/>"); },
         [](MP4::Container& c, const std::string& sourcePath) {
             uint64_t offset, size;
             spatialRange(c, offset, size);

@@ -5,6 +5,7 @@
 #include "foundation/console.h"
 #include "geo/gps_info.h"
 #include "geo/location_boxes.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 
 namespace meta {
@@ -31,7 +32,7 @@ bool appendLocations(MP4::Container& container, const GPSInfo& gps) {
 bool appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo& gps, const std::string& xml) {
     if (container.moov() == nullptr || container.mdat() == nullptr) return false;
     std::vector<MP4::BoxEdit> edits(2);
-    if (!container.sphericalVideoXmlEdit(xml, edits[0])) return false;
+    if (!sphericalVideoXmlEdit(container, xml, edits[0])) return false;
     if (!locationEdit(container, gps, edits[1])) edits.pop_back();
     return container.applyEdits(L"appendLocationAndSphericalVideoXML", edits);
 }

@@ -11,6 +11,7 @@
 #include "meta/axis_tilt_stream.h"
 #include "meta/box_payload.h"
 #include "meta/byte_order.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/uuid_box.h"
@@ -86,7 +87,7 @@ bool MetaBuilder::readMeta(const std::wstring& source, bool flag) {
     });
     container.find("moov.trak.uuid", [&](MP4::BOX& box) {
         const auto* uuid = dynamic_cast<const MP4::UUID*>(&box);
-        if (uuid != nullptr && uuid->isKind(MP4::SphericalXML::_UUID)) sphereXml = std::string(uuid->payload.view());
+        if (uuid != nullptr && uuid->isKind(meta::kSphericalXmlUuid)) sphereXml = std::string(uuid->payload.view());
         return true;
     });
 
@@ -130,11 +131,11 @@ void MetaBuilder::readKMKN(MP4::Container& container, const MP4::BOX& box) {
 void MetaBuilder::readUuid(const MP4::BOX& box) {
     const auto* uuid = dynamic_cast<const MP4::UUID*>(&box);
     if (uuid == nullptr) return;
-    if (uuid->isKind(MP4::XMP::_UUID)) {
+    if (uuid->isKind(meta::kXmpUuid)) {
         xmp = std::string(uuid->payload.view());
         const bool empty = !gps.latitude.valid && !gps.longitude.valid && !gps.altitude.valid && !gps.compass.valid;
         if (empty) gps.attachCompass(xmp);
-    } else if (uuid->isKind(MP4::AXIS::_UUID)) {
+    } else if (uuid->isKind(meta::kAxisUuid)) {
         axis = std::string(uuid->payload.view());
     }
 }

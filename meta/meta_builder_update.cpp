@@ -8,6 +8,7 @@
 #include "meta/location_edits.h"
 #include "meta/meta_builder.h"
 #include "meta/sphere_xml_pixels.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/uuid_box.h"
@@ -50,14 +51,14 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         updateSphereXML(out, destination == nullptr);
         // The XML and the user data go into the output in one copy.
         out.beginEdits();
-        if (!sphereXml.empty() && !out.appendSphericalVideoXML(sphereXml)) return false;
+        if (!sphereXml.empty() && !meta::appendSphericalVideoXML(out, sphereXml)) return false;
         progress(6, 60.0);
         MP4::Container source;
         if (!source.attach(sourcePath) || !source.isMdatFirst()) return false;
         if (!replaceUdta(source, out, destination) || !out.commitEdits()) return false;
         if (!copySpatialData(source, out)) return false;
         progress(8, 80.0);
-        if (!xmp.empty() && !out.appendXMP(xmp)) return false;
+        if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
     } else {
         // An output already laid out with the movie box first, or without a
         // bad loci, is no failure: both leave the file as it is. The relayout,
@@ -75,15 +76,15 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         if (!sphereXml.empty() && position) {
             ok = meta::appendLocationAndSphericalVideoXML(out, gps, sphereXml);
         } else if (!sphereXml.empty()) {
-            ok = out.appendSphericalVideoXML(sphereXml);
+            ok = meta::appendSphericalVideoXML(out, sphereXml);
         } else if (position) {
             ok = meta::appendLocations(out, gps);
         }
         if (!ok) return false;
         progress(8, 80.0);
         // The packet, the tilt stream and the time stamps join the same copy.
-        if (!xmp.empty() && !out.appendXMP(xmp)) return false;
-        if (!axis.empty() && !out.appendAxis(axis)) return false;
+        if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
+        if (!axis.empty() && !meta::appendAxis(out, axis)) return false;
         if (!out.updateTimeStamp(creationTime) || !out.commitEdits()) return false;
         progress(10, 100.0);
         return true;

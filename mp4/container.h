@@ -11,6 +11,7 @@
 #include "mp4/box.h"
 #include "mp4/box_edits.h"
 #include "mp4/container_boxes.h"
+#include "mp4/uuid_box.h"
 
 namespace MP4 {
 
@@ -108,18 +109,15 @@ public:
     bool userDataEdit(const ByteArray& children, BoxEdit& edit);
     // A box taken out, its holders shrinking with it.
     void removalEdit(const BOX& box, BoxEdit& edit);
-    // The edit that puts the Spherical Video XML box in place: over an
-    // existing one, else at the end of the video track.
-    bool sphericalVideoXmlEdit(const std::string& xml, BoxEdit& edit);
+    // The edit that puts a uuid box of a kind in the video track: over an
+    // existing one of that kind, else at the end of the track.
+    bool trackUuidEdit(const ByteArray& box, const UserType& kind, BoxEdit& edit);
+    bool hasTopLevelUuid(const UserType& kind);
 
     // --- metadata boxes ----------------------------------------------------
-    bool build_sphericalVideoXmlBOX(BOX*& found, ByteArray& out, const std::string& xml);
-    bool appendSphericalVideoXML(const std::string& xml);
     // A box after every other (in front of a trailing fragment index); in
     // a batch, part of its one copy.
     bool appendTopLevel(const std::wstring& name, const ByteArray& bytes);
-    bool appendXMP(const std::string& xmp);
-    bool appendAxis(const std::string& payload);
     bool isSpatialDataExist();
     bool appendSpatialData(QVMX::FileIO& source, uint64_t offset, uint64_t size);
     bool trimSpatialData(QVMX::FileIO& source, uint64_t offset, SpatialSound& sound);

@@ -39,23 +39,6 @@ public:
     ByteArray payload;
 };
 
-// Spherical Video V1 metadata.
-struct SphericalXML : UUID {
-    static const UserType _UUID;
-    explicit SphericalXML(std::string_view xml) : UUID(_UUID, xml) {}
-};
-
-struct XMP : UUID {
-    static const UserType _UUID;
-    explicit XMP(std::string_view xmp) : UUID(_UUID, xmp) {}
-};
-
-// The camera's tilt stream.
-struct AXIS : UUID {
-    static const UserType _UUID;
-    explicit AXIS(std::string_view bytes) : UUID(_UUID, bytes) {}
-};
-
 // The block that carries the spatial audio track (KADT data, KATR track).
 struct SpatialData {
     static const UserType _UUID;

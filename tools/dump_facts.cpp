@@ -10,6 +10,7 @@
 #include "h264/parameter_sets.h"
 #include "meta/accel_sensor_stream.h"
 #include "mp4/avcc_box.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "mp4/user_data_boxes.h"
 #include "mp4/uuid_box.h"
@@ -133,7 +134,7 @@ std::vector<ViewFact> readViews(MP4::Container& container) {
     std::vector<ViewFact> facts;
     container.find("moov.trak.uuid", [&](MP4::BOX& box) {
         const auto* uuid = dynamic_cast<MP4::UUID*>(&box);
-        if (uuid == nullptr || !uuid->isKind(MP4::SphericalXML::_UUID)) return true;
+        if (uuid == nullptr || !uuid->isKind(meta::kSphericalXmlUuid)) return true;
         ViewHeading view;
         view.attach(std::string(uuid->payload.view()));
         facts.push_back({view.heading, view.pitch, view.horizontalFOV, view.cameraDolly, view.timestamp,

@@ -15,6 +15,7 @@
 #include "foundation/wchar.h"
 #include "geo/gps_info.h"
 #include "meta/location_edits.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 
 namespace {
@@ -112,11 +113,11 @@ int main(int argc, char** argv) {
     } else if (operation == "udta") {
         ok = container.replaceUdta(argument.size(), ByteArray(argument.data(), argument.size()));
     } else if (operation == "xmp") {
-        ok = container.appendXMP(argument);
+        ok = meta::appendXMP(container, argument);
     } else if (operation == "axis") {
-        ok = container.appendAxis(argument);
+        ok = meta::appendAxis(container, argument);
     } else if (operation == "spherical") {
-        ok = container.appendSphericalVideoXML(argument);
+        ok = meta::appendSphericalVideoXML(container, argument);
     } else if (operation == "location") {
         GPSInfo gps;
         gps.attachRXYZ(argv[4]);

@@ -9,6 +9,7 @@
 #include "geo/gps_info.h"
 #include "box_walk.h"
 #include "meta/location_edits.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "support/movie_file.h"
 #include "tavrel_fixture.h"
@@ -40,8 +41,8 @@ TEST(Oracle, EveryEditInPlaceKeepsEveryPacket) {
         {"appendLocations", [](MP4::Container& c) { return meta::appendLocations(c, position()); }},
         {"appendLocationAndSphericalVideoXML",
          [](MP4::Container& c) { return meta::appendLocationAndSphericalVideoXML(c, position(), kXml); }},
-        {"appendSphericalVideoXML", [](MP4::Container& c) { return c.appendSphericalVideoXML(kXml + "  "); }},
-        {"appendXMP", [](MP4::Container& c) { return c.appendXMP(position().to_XMP_string("Tavrel", true)); }},
+        {"appendSphericalVideoXML", [](MP4::Container& c) { return meta::appendSphericalVideoXML(c, kXml + "  "); }},
+        {"appendXMP", [](MP4::Container& c) { return meta::appendXMP(c, position().to_XMP_string("Tavrel", true)); }},
     };
     for (const e2e::Source source : {e2e::Source::A10, e2e::Source::A10MoovFirst}) {
         SCOPED_TRACE(e2e::sourceName(source));

@@ -7,6 +7,7 @@
 
 #include "geo/gps_info.h"
 #include "meta/location_edits.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/uuid_box.h"
@@ -101,7 +102,7 @@ TEST(AppendLocations, BoxesAlreadyThereAreNotAddedAgainAndAMovieWithoutMediaIsRe
 }
 
 TEST(SphericalVideoXml, GoesIntoTheVideoTrackWithTheLocationsInOneRewrite) {
-    const Bytes sphere = uuidBox(id(MP4::SphericalXML::_UUID), kXml);
+    const Bytes sphere = uuidBox(id(meta::kSphericalXmlUuid), kXml);
     for (MovieShape shape : kLayouts) {
         for (bool withUdta : {true, false}) {
             shape.withUdta = withUdta;
@@ -119,12 +120,12 @@ TEST(SphericalVideoXml, GoesIntoTheVideoTrackWithTheLocationsInOneRewrite) {
     // A second text replaces the first.
     MovieFile m(buildMovie({}));
     const Bytes other = "<rdf:SphericalVideo>changed, and longer than before</rdf:SphericalVideo>";
-    EXPECT_TRUE(m.container.appendSphericalVideoXML(kXml));
-    EXPECT_TRUE(m.container.appendSphericalVideoXML(other));
+    EXPECT_TRUE(meta::appendSphericalVideoXML(m.container, kXml));
+    EXPECT_TRUE(meta::appendSphericalVideoXML(m.container, other));
     const Bytes b = m.bytes();
     EXPECT_EQ(b.find(kXml), std::string::npos);
     EXPECT_NE(b.find(other), std::string::npos);
-    EXPECT_EQ(b.find(id(MP4::SphericalXML::_UUID)), b.rfind(id(MP4::SphericalXML::_UUID)));
+    EXPECT_EQ(b.find(id(meta::kSphericalXmlUuid)), b.rfind(id(meta::kSphericalXmlUuid)));
     EXPECT_EQ(allSamples(m.path), movieSamples({}));
 }
 
@@ -134,17 +135,17 @@ TEST(AppendXmpAndAxis, EachGoesToTheEndOfTheFileOnceClosingAnOpenMediaDataFirst)
     const size_t mdatAt = movie.rfind("mdat") - 4;
     movie.replace(mdatAt, 4, be32(0));
     MovieFile m(movie);
-    EXPECT_TRUE(m.container.appendXMP("<x:xmpmeta/>"));
-    EXPECT_TRUE(m.container.appendAxis("\x01\x02\x03"));
+    EXPECT_TRUE(meta::appendXMP(m.container, "<x:xmpmeta/>"));
+    EXPECT_TRUE(meta::appendAxis(m.container, "\x01\x02\x03"));
     const Bytes added =
-        uuidBox(id(MP4::XMP::_UUID), "<x:xmpmeta/>") + uuidBox(id(MP4::AXIS::_UUID), "\x01\x02\x03");
+        uuidBox(id(meta::kXmpUuid), "<x:xmpmeta/>") + uuidBox(id(meta::kAxisUuid), "\x01\x02\x03");
     Bytes expected = movie + added;
     expected.replace(mdatAt, 4, be32(uint32_t(movie.size() - mdatAt)));
     EXPECT_EQ(m.bytes(), expected);
     EXPECT_EQ(allSamples(m.path), movieSamples({}));
 
     ConsoleCapture console;
-    EXPECT_TRUE(m.container.appendXMP("other") && m.container.appendAxis("other"));
+    EXPECT_TRUE(meta::appendXMP(m.container, "other") && meta::appendAxis(m.container, "other"));
     EXPECT_EQ(m.bytes(), expected);
 }
 

@@ -77,7 +77,8 @@ TEST(FragmentIndex, FollowsTheFragmentsWhenTheMovieBoxGrows) {
 TEST(FragmentIndex, StaysLastWhenSomethingIsAppended) {
     const Fragmented f = fragmentedMovie();
     MovieFile m(f.bytes);
-    ASSERT_TRUE(m.container.appendXMP("<x:xmpmeta/>"));
+    const Bytes appended = uuidBox("0123456789abcdef", "<x:xmpmeta/>");
+    ASSERT_TRUE(m.container.appendTopLevel(L"append", ByteArray(appended.data(), appended.size())));
     const Bytes out = m.bytes();
     const Bytes mfra = f.bytes.substr(f.bytes.rfind("mfra") - 4);
     EXPECT_EQ(out.substr(out.size() - mfra.size()), mfra);

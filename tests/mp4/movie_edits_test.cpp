@@ -212,15 +212,15 @@ TEST(MovieEdits, AppendsAndTimeStampsInOneCopyGiveTheBytesOfSeparateSteps) {
         const Bytes movie = buildLaidOutMovie(shape, layouts[i]);
         MovieFile separate(movie);
         separate.container.moovFirst();
-        ASSERT_TRUE(separate.container.appendXMP("<x:xmpmeta/>"));
-        ASSERT_TRUE(separate.container.appendAxis("axis"));
+        ASSERT_TRUE(separate.container.appendTopLevel(L"first", bytesOf(uuidBox("0123456789abcdef", "<x:xmpmeta/>"))));
+        ASSERT_TRUE(separate.container.appendTopLevel(L"second", bytesOf(uuidBox("fedcba9876543210", "axis"))));
         ASSERT_TRUE(separate.container.updateTimeStamp(0x0000000A11223344ull));
 
         MovieFile batched(movie);
         batched.container.beginEdits();
         batched.container.moovFirst();
-        ASSERT_TRUE(batched.container.appendXMP("<x:xmpmeta/>"));
-        ASSERT_TRUE(batched.container.appendAxis("axis"));
+        ASSERT_TRUE(batched.container.appendTopLevel(L"first", bytesOf(uuidBox("0123456789abcdef", "<x:xmpmeta/>"))));
+        ASSERT_TRUE(batched.container.appendTopLevel(L"second", bytesOf(uuidBox("fedcba9876543210", "axis"))));
         ASSERT_TRUE(batched.container.updateTimeStamp(0x0000000A11223344ull));
         ASSERT_TRUE(batched.container.commitEdits());
         EXPECT_EQ(batched.bytes(), separate.bytes());

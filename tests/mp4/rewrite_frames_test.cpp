@@ -122,9 +122,10 @@ TEST(CopyFrame, AFullDiskFailsAndLeavesTheFileAsItWas) {
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
     // An append at the end of the file is cut back to the old length.
+    const Bytes big = uuidBox("0123456789abcdef", Bytes(64 * 1024, 'x'));
     EXPECT_FALSE(succeedsUnderFileSizeLimit(m.original.size() + 1000, [&] {
         MP4::Container c;
-        return c.attach(m.wpath()) && c.appendXMP(Bytes(64 * 1024, 'x'));
+        return c.attach(m.wpath()) && c.appendTopLevel(L"append", ByteArray(big.data(), big.size()));
     }));
     EXPECT_EQ(m.bytes(), m.original);
 }

@@ -229,11 +229,15 @@ TEST(SpatialData, TheLocatorFollowsItsBlockWhenAnEditInTheMovieBoxMovesIt) {
         const Source src = spatialSource(false);
         MovieFile m(src.bytes);
         const std::string xml = "<rdf:SphericalVideo/>";
+        const MP4::UserType kind{'s', 'p', 'h', 'e', 'r', 'i', 'c', 'a', 'l', ' ', 'v', 'i', 'd', 'e', 'o', '1'};
+        const Bytes sphere = uuidBox(std::string(kind.begin(), kind.end()), xml);
         if (relayout) {
             m.container.beginEdits();
             ASSERT_TRUE(m.container.moovFirst());
         }
-        ASSERT_TRUE(m.container.appendSphericalVideoXML(xml));
+        std::vector<MP4::BoxEdit> edit(1);
+        ASSERT_TRUE(m.container.trackUuidEdit(ByteArray(sphere.data(), sphere.size()), kind, edit[0]));
+        ASSERT_TRUE(m.container.applyEdits(L"trackUuid", edit));
         if (relayout) {
             ASSERT_TRUE(m.container.commitEdits());
         }

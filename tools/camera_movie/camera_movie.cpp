@@ -6,6 +6,7 @@
 
 #include "foundation/byte_array.h"
 #include "foundation/wchar.h"
+#include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "tools/builders/camera_builders.h"
 #include "tools/builders/spatial_builder.h"
@@ -117,7 +118,7 @@ bool dress(const std::string& movie, const std::string& out, const Dressing& d, 
     }
     if (d.axisRecords > 0) {
         const Bytes axis = axisPayload(d.axisRecords);
-        if (!container.appendAxis(axis)) {
+        if (!meta::appendAxis(container, axis)) {
             error = "cannot append the AXIS box to " + out;
             return false;
         }
