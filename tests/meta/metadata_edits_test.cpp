@@ -14,22 +14,13 @@
 #include "tools/builders/box_builder.h"
 #include "tools/builders/spatial_builder.h"
 #include "support/movie_file.h"
+#include "support/movie_layouts.h"
 #include "support/movie_samples.h"
 
 using namespace testsupport;
 using namespace builders;
 
 namespace {
-
-const MovieShape kLayouts[] = {{.moovFirst = true},
-                               {.moovFirst = true, .use64 = true},
-                               {.moovFirst = false},
-                               {.moovFirst = false, .use64 = true}};
-
-std::string layoutName(const MovieShape& s) {
-    return std::string(s.moovFirst ? "moov first" : "mdat first") + (s.use64 ? ", co64" : ", stco") +
-           (s.withUdta ? "" : ", no udta");
-}
 
 MovieShape with(MovieShape s, const Bytes& udtaChildren) {
     s.udtaChildren = udtaChildren;
