@@ -51,6 +51,12 @@ TEST(MovieList, FoldersAreSearchedSortedSkippingOtherFilesAndTheOutputFolder) {
     EXPECT_EQ(movies[2].relative, "single.mp4");
     EXPECT_EQ(movies[2].output, (card / "out" / "single.mp4").string());
     for (const Movie& movie : movies) EXPECT_FALSE(movie.verdict) << movie.source;
+
+    // Named as an input itself, the output folder is still not searched.
+    const std::vector<Movie> itself = listMovies({(card / "out").string()}, (card / "out/").string());
+    ASSERT_EQ(itself.size(), 1u);
+    ASSERT_TRUE(itself[0].verdict);
+    EXPECT_NE(itself[0].message.find("it is the output folder"), std::string::npos) << itself[0].message;
 }
 
 TEST(MovieList, RepeatsCollisionsAndMissingInputsGetTheirVerdicts) {

@@ -38,6 +38,8 @@ public:
         struct stat info {};
         if (::stat(input.c_str(), &info) != 0) {
             problem(input, input, fs::path(input).filename().string(), std::strerror(errno));
+        } else if (S_ISDIR(info.st_mode) && isOutputFolder(absolute(input))) {
+            problem(input, input, ".", "it is the output folder, which is never taken as input");
         } else if (S_ISDIR(info.st_mode)) {
             walk(input, absolute(input), "");
         } else if (S_ISREG(info.st_mode)) {
@@ -74,7 +76,7 @@ public:
 private:
     void walk(const std::string& input, const std::string& folder, const std::string& inside) {
         // The output folder is never taken as input, wherever it lies.
-        if (!inside.empty() && isOutputFolder(folder)) return;
+        if (isOutputFolder(folder)) return;
         std::error_code error;
         fs::directory_iterator it(folder, error);
         std::vector<fs::directory_entry> entries;
