@@ -60,7 +60,13 @@ int dumpJsonFiles(int count, char** paths) {
     nlohmann::ordered_json all = nlohmann::ordered_json::array();
     int status = 0;
     for (int i = 0; i < count; ++i) {
-        all.push_back(dumpJson(paths[i]));
+        try {
+            all.push_back(dumpJson(paths[i]));
+        } catch (...) {
+            // Whatever a hostile file makes the readers throw, the file still gets its object.
+            all.push_back({{"file", paths[i]},
+                           {"error", {{"code", "cannot-read"}, {"message", std::string("cannot read ") + paths[i]}}}});
+        }
         if (all.back().contains("error")) status = 1;
     }
     const std::string text = all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";

@@ -144,16 +144,19 @@ TEST(DumpJson, EveryFileGetsItsObjectMatchingTheSchemaAndTheTextDump) {
     EXPECT_TRUE(contains(text.output, line)) << line << "\n" << text.output;
 }
 
-TEST(DumpJson, MoviesFromOtherSoftwareAllMatchTheSchema) {
-    testsupport::TempDir dir;
-    const std::string files = std::string(TAVREL_SOURCE_DIR) + "/tests/data/realworld/files";
-    const auto run = testsupport::runCommand(toolCommand("tavrel-dump") + " --json " + shellQuote(files) + "/* > " +
-                                             shellQuote(dir.file("dump.json").string()));
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(schemaProblem("tavrel-dump.schema.json", dir.file("dump.json")), "");
-    size_t count = 0;
-    for ([[maybe_unused]] const auto& file : fs::directory_iterator(files)) ++count;
-    EXPECT_EQ(jsonFile(dir.file("dump.json")).size(), count);
+TEST(DumpJson, MoviesFromOtherSoftwareAndHostileFilesAllMatchTheSchema) {
+    const std::string root = TAVREL_SOURCE_DIR;
+    for (const std::string& files : {root + "/tests/data/realworld/files", root + "/fuzz/corpus/box_tree_fuzz",
+                                    root + "/fuzz/corpus/meta_builder_fuzz"}) {
+        testsupport::TempDir dir;
+        const auto run = testsupport::runCommand(toolCommand("tavrel-dump") + " --json " + shellQuote(files) +
+                                                 "/* > " + shellQuote(dir.file("dump.json").string()));
+        EXPECT_EQ(run.status, 0) << files;
+        EXPECT_EQ(schemaProblem("tavrel-dump.schema.json", dir.file("dump.json")), "") << files;
+        size_t count = 0;
+        for ([[maybe_unused]] const auto& file : fs::directory_iterator(files)) ++count;
+        EXPECT_EQ(jsonFile(dir.file("dump.json")).size(), count) << files;
+    }
 }
 
 }  // namespace
