@@ -24,8 +24,16 @@ fi
 tavrel=$PWD/$build/app/tavrel
 batch=$PWD/$build/tools/tavrel-batch
 
-# One demo camera movie (KORVA PANOX D, 3 s, 1024x512), copied MOVIES times.
-"$build/tools/tavrel-make-demo" "$work/demo.mp4" >/dev/null
+# One demo camera movie (KORVA PANOX D, 3 s, 1024x512), copied MOVIES times;
+# a plain 2:1 movie of the same shape from ffmpeg in a build without the
+# generator.
+if [[ -x $build/tools/tavrel-make-demo ]]; then
+  "$build/tools/tavrel-make-demo" "$work/demo.mp4" >/dev/null
+else
+  ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=1024x512:rate=30 -f lavfi \
+    -i sine=frequency=440:sample_rate=48000 -t 3 -pix_fmt yuv420p -c:v libx264 -profile:v baseline \
+    -c:a aac "$work/demo.mp4"
+fi
 mkdir -p "$work/card/DCIM"
 for ((i = 0; i < movies; i++)); do
   cp "$work/demo.mp4" "$work/card/DCIM/$(printf 'K%04d.MP4' "$i")"
