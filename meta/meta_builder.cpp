@@ -103,6 +103,8 @@ bool MetaBuilder::readMeta(const std::wstring& source, bool flag) {
         return true;
     });
     if (!sphereXml.empty()) sourceSpherical = true;
+    ByteArray entry;
+    if (container.readVideoSampleEntry(entry)) sourceV2 = meta::readSphericalV2(entry.data, entry.size);
 
     // A packet that already names the position is kept as the camera wrote it.
     const bool fullLocation = xmp.find("<exif:GPSLatitude>") != std::string::npos &&

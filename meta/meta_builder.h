@@ -10,6 +10,7 @@
 #include "geo/gps_info.h"
 #include "geo/view_heading.h"
 #include "meta/exif_parser.h"
+#include "meta/spherical_v2.h"
 #include "mp4/spatial_sound.h"
 
 class AxisTiltStream;
@@ -53,6 +54,9 @@ public:
     void updateSphereXML(MP4::Container& container, bool inPlace);
     bool replaceUdta(MP4::Container& source, MP4::Container& output, const std::wstring* destination);
     bool copySpatialData(MP4::Container& source, MP4::Container& output);
+    // Records the V2 boxes of the video sample entry: ours beside the V1
+    // XML, or the source's own projection with only its pose changed.
+    bool appendSphericalV2(MP4::Container& output);
 
     static uint32_t camera_version(const std::string& model);
 
@@ -65,6 +69,8 @@ public:
     uint32_t sourceWidth = 0;
     uint32_t sourceHeight = 0;
     bool sourceSpherical = false;
+    // The V2 boxes of the source's video sample entry.
+    meta::SphericalV2 sourceV2;
     std::string stitchingSoftware;
     uint32_t projectionType = 0;
     uint64_t creationTime = 0;

@@ -1,6 +1,7 @@
 // Writing the builder's metadata into the output movie, in the order the two
 // layouts need.
 #include <algorithm>
+#include <cmath>
 
 #include "foundation/console.h"
 #include "foundation/file_io.h"
@@ -52,6 +53,7 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         // The XML and the user data go into the output in one copy.
         out.beginEdits();
         if (!sphereXml.empty() && !meta::appendSphericalVideoXML(out, sphereXml)) return false;
+        if (!appendSphericalV2(out)) return false;
         progress(6, 60.0);
         MP4::Container source;
         if (!source.attach(sourcePath) || !source.isMdatFirst()) return false;
@@ -80,7 +82,7 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         } else if (position) {
             ok = meta::appendLocations(out, gps);
         }
-        if (!ok) return false;
+        if (!ok || !appendSphericalV2(out)) return false;
         progress(8, 80.0);
         // The packet, the tilt stream and the time stamps join the same copy.
         if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
@@ -102,7 +104,11 @@ void MetaBuilder::updateSphereXML(MP4::Container& container, bool inPlace) {
     }
     const bool resized = sourceWidth != 0 && sourceHeight != 0 && width != 0 && height != 0 &&
                          (width != sourceWidth || height != sourceHeight);
-    if (sphereXml.empty()) {
+    if (sphereXml.empty() && sourceV2.keepsOwnProjection()) {
+        // The source's own projection is not equirectangular: a V1 XML
+        // would say it is.
+        QVMX::Console::out(L"MP4: the source's spherical projection is not equirectangular; no V1 XML is added.\n");
+    } else if (sphereXml.empty()) {
         const bool flatSource = resized && uint64_t(sourceWidth) != 2 * uint64_t(sourceHeight) && !sourceSpherical;
         if (!inPlace && projectionType == 2) {
             QVMX::Console::out(L"MP4: Not a spherical video.\n");
@@ -127,6 +133,50 @@ void MetaBuilder::updateSphereXML(MP4::Container& container, bool inPlace) {
         sphereXml += '\n';
         sphereXml.resize(kSphereXmlLength, ' ');
     }
+}
+
+bool MetaBuilder::appendSphericalV2(MP4::Container& output) {
+    ByteArray boxes;
+    if (sourceV2.keepsOwnProjection()) {
+        // Its sv3d stays as it is; only a view given now turns its pose.
+        if (!hasView) return true;
+        ViewHeading v;
+        currentViewHeading(v);
+        ByteArray sv3d = sourceV2.sv3d;
+        if (!meta::withPose(sv3d, meta::poseFromView(v.heading, v.pitch))) return true;
+        // Its st3d goes back in front of it, as it was.
+        if (sourceV2.hasStereo) boxes = meta::stereoBox(sourceV2.stereoMode);
+        boxes.append(sv3d.data, sv3d.size);
+    } else {
+        if (sphereXml.empty()) return true;
+        ViewHeading v;
+        v.attach(sphereXml);
+        meta::ProjectionBounds bounds{};
+        if (sourceV2.hasBounds) {
+            bounds = sourceV2.bounds;
+        } else if (!meta::boundsFromSphereXml(sphereXml, bounds)) {
+            bounds = {};
+        }
+        const uint8_t mode = sourceV2.hasStereo ? sourceV2.stereoMode : meta::stereoModeFromSphereXml(sphereXml);
+        boxes = meta::stereoBox(mode);
+        // A value the V1 XML does not hold keeps the source's V2 pose, unless
+        // the view values were removed.
+        meta::Pose pose = meta::poseFromView(v.heading, v.pitch);
+        if (sourceV2.hasPose && !(hasView && viewReplacesSource)) {
+            if (!std::isfinite(v.heading)) pose.yaw = sourceV2.pose.yaw;
+            if (!std::isfinite(v.pitch)) pose.pitch = sourceV2.pose.pitch;
+            pose.roll = sourceV2.pose.roll;
+        }
+        const ByteArray sv3d = meta::sphericalBox(creatorTool, pose, bounds);
+        boxes.append(sv3d.data, sv3d.size);
+    }
+    std::vector<MP4::BoxEdit> edits(1);
+    if (!output.sampleEntryEdit(boxes, edits[0])) {
+        // A codec whose sample entry we cannot look into keeps the V1 XML only.
+        QVMX::Console::out(L"MP4: no video sample entry to carry the V2 boxes.\n");
+        return true;
+    }
+    return output.applyEdits(L"spherical-v2", edits);
 }
 
 bool MetaBuilder::copySpatialData(MP4::Container& source, MP4::Container& output) {

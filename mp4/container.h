@@ -113,6 +113,15 @@ public:
     // existing one of that kind, else at the end of the track.
     bool trackUuidEdit(const ByteArray& box, const UserType& kind, BoxEdit& edit);
     bool hasTopLevelUuid(const UserType& kind);
+    // The video track's first sample entry this format can look into
+    // (avc1, avc3, hvc1, hev1), or null.
+    BOX* videoSampleEntry();
+    // Its bytes, header included; false when there is none, it is larger
+    // than kMaxSampleEntry, or the file does not hold all of it.
+    bool readVideoSampleEntry(ByteArray& bytes, BOX** entry = nullptr);
+    // The edit that puts boxes right after the entry's configuration box,
+    // taking out the entry's children of the same types (placeAfterConfiguration).
+    bool sampleEntryEdit(const ByteArray& boxes, BoxEdit& edit);
 
     // --- metadata boxes ----------------------------------------------------
     // A box after every other (in front of a trailing fragment index); in
