@@ -42,7 +42,15 @@ FileIO::FileIO(const std::wstring& path, int mode) : path_(path), mode_(mode) {
     if (mode == 'a') {
         fd = ::open(native.c_str(), O_RDWR | O_CLOEXEC);
     } else if (mode == 'w') {
-        fd = ::open(native.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        // An empty file is not truncated: on some file systems (ext4) a
+        // truncation to zero makes the later close wait for the data to
+        // reach the disk, and the run's temporary files start out empty.
+        fd = ::open(native.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        struct stat st {};
+        if (fd >= 0 && (::fstat(fd, &st) != 0 || (st.st_size != 0 && ::ftruncate(fd, 0) != 0))) {
+            ::close(fd);
+            fd = -1;
+        }
     } else {
         fd = ::open(native.c_str(), O_RDONLY | O_CLOEXEC);
     }

@@ -1,5 +1,7 @@
 #include "video/movie_muxer.h"
 
+#include <sys/stat.h>
+
 namespace QVMX {
 
 bool MovieMuxer::create(const std::string& path, std::string& error) {
@@ -49,7 +51,15 @@ void MovieMuxer::allowUnofficial() {
 }
 
 bool MovieMuxer::begin(bool moovFirst, std::string& error) {
-    int result = avio_open(&format_->pb, format_->url, AVIO_FLAG_WRITE);
+    // The run's temporary file starts out empty; truncating it anyway would
+    // make its close wait for the disk on some file systems (ext4).
+    AVDictionary* openOptions = nullptr;
+    struct stat st {};
+    if (::stat(format_->url, &st) == 0 && S_ISREG(st.st_mode) && st.st_size == 0) {
+        av_dict_set(&openOptions, "truncate", "0", 0);
+    }
+    int result = avio_open2(&format_->pb, format_->url, AVIO_FLAG_WRITE, nullptr, &openOptions);
+    av_dict_free(&openOptions);
     if (result < 0) {
         error = ff::errorText(result);
         return false;
