@@ -90,7 +90,7 @@ Failure runSteps(const Option& option, const std::wstring& movie, const std::wst
     if (option.reencode) {
         const TrimResult trimmed = TavrelTranscoder::trim(option, movie);
         frames = trimmed.frames;
-        if (frames == 0) return {option.source, trimmed.problem};
+        if (frames == 0) return {option.source, trimmed.problem.empty() ? L"its re-encode kept no frame" : trimmed.problem};
     }
 
     MetaBuilder builder(tavrel::kIdentity, tavrel::kVersion, false);
