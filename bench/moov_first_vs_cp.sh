@@ -10,7 +10,7 @@ source bench/common.sh
 runs=${1:-5}
 mib=${2:-1024}
 
-prepare_bench tavrel-edit
+prepare_bench tavrel-edit tavrel-dump
 
 big_movie "$work/big.mp4" "$mib" 1280x720
 echo "movie: $(stat -c %s "$work/big.mp4") bytes"
