@@ -144,6 +144,24 @@ std::vector<ViewFact> readViews(MP4::Container& container) {
     return facts;
 }
 
+bool readSphericalV2Boxes(MP4::Container& container, meta::SphericalV2& out) {
+    ByteArray entry;
+    if (!container.readVideoSampleEntry(entry)) return false;
+    out = meta::readSphericalV2(entry.data, entry.size);
+    return out.hasStereo || out.hasSpherical;
+}
+
+const char* projectionName(meta::V2Projection projection) {
+    switch (projection) {
+        case meta::V2Projection::Equirectangular: return "equirectangular";
+        case meta::V2Projection::Cubemap: return "cubemap";
+        case meta::V2Projection::Mesh: return "mesh";
+        case meta::V2Projection::Unreadable: return "unreadable";
+        case meta::V2Projection::None: break;
+    }
+    return "none";
+}
+
 std::vector<MakerFact> readMakerRecords(MP4::Container& container) {
     std::vector<MakerFact> facts;
     const std::wstring path = container.path();

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "meta/exif_parser.h"
+#include "meta/spherical_v2.h"
 
 namespace MP4 {
 class Container;
@@ -57,6 +58,10 @@ struct AvcCFact {
 
 std::vector<LocationFact> readLocations(MP4::Container& container);
 std::vector<ViewFact> readViews(MP4::Container& container);
+// The V2 boxes of the video sample entry; false when it has none.
+bool readSphericalV2Boxes(MP4::Container& container, meta::SphericalV2& out);
+// "equirectangular", "cubemap", "mesh", "unreadable", "none".
+const char* projectionName(meta::V2Projection projection);
 std::vector<MakerFact> readMakerRecords(MP4::Container& container);
 std::vector<SensorFact> readSensors(MP4::Container& container);
 std::vector<AvcCFact> readParameterSets(MP4::Container& container);

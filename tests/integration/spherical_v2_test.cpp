@@ -73,6 +73,10 @@ TEST_P(SphericalV2Layouts, TheViewBecomesThePoseAndEveryPacketIsKept) {
     EXPECT_TRUE(contains(side, "type=\"2D\"")) << side;
     EXPECT_EQ(exiftoolValues(work.output(), kPoseTags), "-90\n10\n0\n270\n-10\n");
     EXPECT_EQ(packetHashes(work.output()), packetHashes(work.source()));
+    const std::string dump = runCommand(toolCommand("tavrel-dump") + " " + shellQuote(work.output().string())).output;
+    EXPECT_TRUE(contains(dump, "st3d: stereoMode=0\nsv3d: projection=equirectangular yaw=-90.000000 "
+                               "pitch=10.000000 roll=0.000000 metadataSource='KORVA PANOX::"))
+        << dump;
     EXPECT_EQ(decodeErrors(work.output()), "");
 }
 
