@@ -154,13 +154,8 @@ bool runJob(const Option& option) {
                                thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring());
     if (!failure.failed() && !movie.commit()) failure = {option.output, wide(movie.cause())};
     if (failure.failed()) {
-        // A full disk is the cause whatever step it stopped: full while the
-        // run's files are there, or without the room the run needed once
-        // they are gone (a step may have removed its own file already).
-        std::string full = QVMX::fullDiskCause(narrow(option.output));
-        movie.discard();
-        if (full.empty()) full = QVMX::fullDiskCause(narrow(option.output), needed);
-        if (!full.empty()) failure = {option.output, wide(full)};
+        const std::string cause = QVMX::failureCause(narrow(option.output), "", movie, needed);
+        if (!cause.empty()) failure = {option.output, wide(cause)};
         refuse(failure.file, failure.cause);
         return false;
     }

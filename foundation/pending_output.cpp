@@ -207,4 +207,12 @@ std::string fullDiskCause(const std::string& path, unsigned long long needed) {
     return room < kFullBelow || room < needed ? std::strerror(ENOSPC) : std::string();
 }
 
+std::string failureCause(const std::string& output, const std::string& cause, PendingOutput& pending,
+                         unsigned long long needed) {
+    std::string full = fullDiskCause(output);
+    pending.discard();
+    if (full.empty()) full = fullDiskCause(output, needed);
+    return full.empty() ? cause : full;
+}
+
 }  // namespace QVMX

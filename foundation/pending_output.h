@@ -56,4 +56,11 @@ std::string roomProblem(const std::string& path, unsigned long long bytes);
 // step that failed may have removed its own file by then); else empty.
 std::string fullDiskCause(const std::string& path, unsigned long long needed = 0);
 
+// The cause a failed run ends with: a full disk whatever step it stopped
+// (full while the run's files are still there, or without the room the run
+// needed once pending's are discarded, as a step may have removed its own
+// file already), else cause. Discards pending.
+std::string failureCause(const std::string& output, const std::string& cause, PendingOutput& pending,
+                         unsigned long long needed);
+
 }  // namespace QVMX

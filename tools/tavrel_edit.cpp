@@ -47,19 +47,17 @@ bool readWhole(const std::wstring& path, std::string& out) {
     return true;
 }
 
-// The last line of a run that wrote nothing; a full disk is the cause
-// whatever step it stopped. The disk is full while the run's files are
-// still there, or has no longer the room the run needed once they are gone
-// (a step may have removed its own file already).
+// The last line of a run that wrote nothing.
 int fail(const std::string& output, const std::string& cause, QVMX::PendingOutput* pending = nullptr,
          unsigned long long needed = 0) {
-    std::string full = QVMX::fullDiskCause(output);
+    std::string said = cause;
     if (pending != nullptr) {
-        pending->discard();
-        if (full.empty()) full = QVMX::fullDiskCause(output, needed);
+        said = QVMX::failureCause(output, cause, *pending, needed);
+    } else if (const std::string full = QVMX::fullDiskCause(output); !full.empty()) {
+        said = full;
     }
     QVMX::Console::out(L"%ls: %ls; nothing was written.\n", QVMX::wchar::mbs2wcs(output.c_str()).c_str(),
-                       QVMX::wchar::mbs2wcs((full.empty() ? cause : full).c_str()).c_str());
+                       QVMX::wchar::mbs2wcs(said.c_str()).c_str());
     return 1;
 }
 
