@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "box_walk.h"
+#include "run_outcome.h"
 #include "tavrel_fixture.h"
 
 namespace e2e {
@@ -16,14 +17,6 @@ using testsupport::readFile;
 
 const std::string kUsage = "usage: Tavrel.osx [options] [source.mp4] [output.mp4]\n";
 
-std::vector<std::string> namesIn(const std::filesystem::path& dir) {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir)) {
-        names.push_back(entry.path().lexically_relative(dir).string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 TEST(CommandLine, WithoutArgumentsTheImagesFolderIsProcessedAndTheTimeTaken) {
     Workspace work(Source::Plain);

@@ -32,17 +32,6 @@ Bytes payloadOf(MovieFile& m, const char* path) {
 
 ByteArray bytesOf(const Bytes& b) { return ByteArray(b.data(), b.size()); }
 
-// The three location boxes worked out by hand: the text as given; 16.16
-// fixed point of 139.25, 35.5 and 12 in loci; the 0xA9 text without the
-// altitude, language "eng".
-const Bytes kXyz = box("@xyz", "+35.5000+139.2500+012.000/");
-const Bytes kLoci =
-    box("loci", Bytes(8, '\0') + be32(0x008B4000) + be32(0x00238000) + be32(0x000C0000) + Bytes(4, '\0'));
-const Bytes kCxyz = box("\xA9xyz", be16(18) + be16(0x15C7) + "+35.5000+139.2500/");
-const Bytes kLocations = kXyz + kLoci + kCxyz;
-const std::string kXml =
-    "<rdf:SphericalVideo>\n  <GSpherical:Spherical>true</GSpherical:Spherical>\n</rdf:SphericalVideo>";
-
 }  // namespace
 
 TEST(MoovFirst, GivesTheBytesOfAMovieBuiltThatWayOrNothingForBrokenTables) {
