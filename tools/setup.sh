@@ -13,6 +13,7 @@ packages=(
   python3 time
   gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base atomicparsley
   nlohmann-json3-dev python3-jsonschema parallel
+  scdoc man-db groff dpkg-dev file lintian
 )
 
 missing=()
