@@ -14,6 +14,7 @@ packages=(
   gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base atomicparsley
   nlohmann-json3-dev python3-jsonschema parallel
   scdoc man-db groff dpkg-dev file lintian
+  xfsprogs
 )
 
 missing=()
