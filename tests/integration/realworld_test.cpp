@@ -135,7 +135,7 @@ protected:
     std::string name() const { return testsupport::shellQuote(movie().id); }
 };
 
-TEST(RealWorldData, EveryMovieIsThereWithTheBytesTheManifestRecords) {
+TEST(RealWorldData, EveryMovieIsThereWithTheBytesAndLicenceTheManifestRecords) {
     const std::string text = testsupport::readFile(kData / "manifest.json");
     const Json root = JsonReader(text).value();
     for (const Json& f : root["files"].items) {
@@ -143,6 +143,8 @@ TEST(RealWorldData, EveryMovieIsThereWithTheBytesTheManifestRecords) {
         ASSERT_TRUE(std::filesystem::exists(path)) << path;
         EXPECT_EQ(sha256(path), f["sha256"].text) << path;
         EXPECT_EQ(std::to_string(std::filesystem::file_size(path)), f["bytes"].text) << path;
+        // Each movie keeps its own licence, and the manifest must say which.
+        EXPECT_FALSE(f["license"].text.empty()) << path << " has no licence in the manifest";
     }
 }
 

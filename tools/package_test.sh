@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# The installed Tavrel as a user gets it, from an ordinary build (default
+# ./build): the files a plain `cmake --install` puts under a prefix, then the
+# Debian package CPack makes, checked by lintian, installed with apt-get, run
+# from /usr/bin on generated movies, and purged again.
+#   bash tools/package_test.sh [BUILD-FOLDER]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=$(cd "${1:-build}" && pwd)
+
+if [[ $(id -u) -ne 0 ]]; then SUDO=sudo; else SUDO=; fi
+export DEBIAN_FRONTEND=noninteractive
+
+work=$(mktemp -d)
+installed=0
+cleanup() {
+    if ((installed)); then $SUDO apt-get purge -y -qq tavrel >/dev/null || true; fi
+    rm -rf "$work"
+}
+trap cleanup EXIT
+fail() {
+    echo "package test: $*" >&2
+    exit 1
+}
+
+# What a plain install holds, and nothing else.
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+expected="bin/tavrel
+bin/tavrel-batch
+bin/tavrel-dump
+lib/tavrel/libtavrel-media.so
+share/bash-completion/completions/tavrel
+share/bash-completion/completions/tavrel-batch
+share/bash-completion/completions/tavrel-dump
+share/man/man1/tavrel-batch.1.gz
+share/man/man1/tavrel-dump.1.gz
+share/man/man1/tavrel.1.gz"
+listing=$(cd "$work/prefix" && find . ! -type d | sed 's|^\./||' | LC_ALL=C sort)
+[[ $listing == "$expected" ]] || fail "cmake --install put other files under the prefix:
+$(diff <(echo "$expected") <(echo "$listing"))"
+
+for page in "$work"/prefix/share/man/man1/*.1.gz; do
+    warnings=$(MANWIDTH=80 man --warnings -l "$page" 2>&1 >/dev/null)
+    [[ -z $warnings ]] || fail "$(basename "$page") renders with warnings:
+$warnings"
+done
+for program in tavrel tavrel-dump tavrel-batch; do
+    bash -c 'source "$1" && complete -p "$2"' sh "$work/prefix/share/bash-completion/completions/$program" \
+        "$program" >/dev/null || fail "the bash completion of $program does not load"
+done
+
+# The package.
+cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/deb" >/dev/null
+debs=("$work"/deb/tavrel_*.deb)
+[[ ${#debs[@]} -eq 1 && -f ${debs[0]} ]] || fail "cpack made no tavrel_*.deb"
+deb=${debs[0]}
+echo "package: $(basename "$deb")"
+dpkg-deb --field "$deb" Depends
+lintian --fail-on error "$deb" 2>&1 | grep -v '^running with root privileges' || true
+lintian --fail-on error "$deb" >/dev/null 2>&1 || fail "lintian reports errors"
+
+[[ -z $(dpkg-query -W -f='${Status}' tavrel 2>/dev/null | grep 'install ok installed') ]] ||
+    fail "a tavrel package is installed already; purge it first"
+installed=1
+(cd "$work/deb" && $SUDO apt-get install -y -qq "./$(basename "$deb")" >/dev/null)
+
+# The installed programs, with no build tree to fall back on.
+out=$(/usr/bin/tavrel -h 2>&1) && fail "tavrel -h exited 0"
+[[ $out == *"Tavrel 2.4.0"* && $out == *"usage:"* ]] || fail "tavrel -h printed: $out"
+
+mkdir -p "$work/movies/card"
+"$build/tools/tavrel-make-demo" "$work/movies/card/K0001.MP4" >/dev/null
+cp "$work/movies/card/K0001.MP4" "$work/movies/card/K0002.MP4"
+
+out=$(/usr/bin/tavrel-dump --summary "$work/movies/card/K0001.MP4" 2>&1) ||
+    fail "tavrel-dump --summary failed: $out"
+[[ $out == *"size=1024x512"* ]] || fail "tavrel-dump --summary read no picture size: $out"
+
+out=$(cd "$work/movies" && env -u TAVREL_BATCH_TOOL /usr/bin/tavrel-batch card -o out -j 2 \
+    -- '-thumb:{dir}/{stem}.jpg' 2>&1) || fail "tavrel-batch failed: $out"
+for file in K0001.MP4 K0002.MP4 K0001.jpg K0002.jpg; do
+    [[ -s $work/movies/out/card/$file ]] || fail "tavrel-batch wrote no out/card/$file: $out"
+done
+[[ $(grep -c '"status":"ok"' "$work/movies/out/journal.jsonl") -eq 2 ]] ||
+    fail "the journal does not record two movies done: $(cat "$work/movies/out/journal.jsonl")"
+
+[[ $(man -w tavrel-batch) == /usr/share/man/man1/tavrel-batch.1.gz ]] || fail "man finds no tavrel-batch page"
+
+$SUDO apt-get purge -y -qq tavrel >/dev/null
+installed=0
+[[ ! -e /usr/bin/tavrel && ! -e /usr/lib/tavrel ]] || fail "the purge left files behind"
+echo "package test: passed"
