@@ -14,6 +14,8 @@
 #include "h264/parameter_sets.h"
 #include "mp4/avcc_box.h"
 #include "mp4/container.h"
+#include "h264/range_flags.h"
+#include "meta/full_range_edit.h"
 
 namespace {
 
@@ -55,15 +57,14 @@ void model(const std::string& avcC, bool fullRange) {
     MP4::AVCC box(0, 0, avcC.size() + 8, MP4::fourcc("avcC"), nullptr);
     box.payload = ByteArray(avcC.data(), avcC.size());
     box.dump();
-    unsigned char profile = 0;
-    bool set1 = false, full = false;
-    box.get_profile_idc_and_constrained_set1_flag(profile, set1, full);
+    (void)H264::rangeFlags(box.payload);
     H264::AVCC record;
     H264::SPS before;
     if (!box.decode(record, before)) return;
-    ByteArray out;
-    bool wasFull = false, wasSet1 = false;
-    if (!box.assign_fullRange_and_constrained_set1_flag(out, fullRange, wasFull, wasSet1)) return;
+    H264::RangeFlags was;
+    auto written = H264::withRange(box.payload, fullRange, was);
+    if (!written) return;
+    const ByteArray& out = *written;
     // Scaling deltas use a mapping that is not its own inverse.
     if (before.highProfile.seq_scaling_matrix_present_flag == 1) return;
     MP4::AVCC again(0, 0, out.size + 8, MP4::fourcc("avcC"), nullptr);
@@ -102,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         MP4::Container c;
         c.attach(wide(source));
         if (withOutput) c.setOutputPath(wide(dir + "/out.mp4"));
-        c.appendFullRangeAndConstrainedSet1Flag(fullRange);
+        meta::declareRange(c, fullRange);
     }
     if (withOutput && readAll(source) != bytes) std::abort();
     checkAndEmpty(dir);

@@ -6,6 +6,7 @@
 #include "foundation/console.h"
 #include "foundation/file_io.h"
 #include "meta/box_payload.h"
+#include "meta/full_range_edit.h"
 #include "meta/location_edits.h"
 #include "meta/meta_builder.h"
 #include "meta/sphere_xml_pixels.h"
@@ -28,7 +29,7 @@ bool MetaBuilder::updateMeta(const std::wstring& output, const std::wstring* des
     progress(0, 0.0);
     if (destination == nullptr) {
         MP4::Container container;
-        if (container.attach(output)) container.appendFullRangeAndConstrainedSet1Flag(fullRange);
+        if (container.attach(output)) meta::declareRange(container, fullRange);
     }
     progress(2, 20.0);
     return updateMetaWithoutAddingFullRange(output, destination);

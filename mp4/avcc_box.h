@@ -28,14 +28,6 @@ public:
     // returns false.
     bool decode(H264::AVCC& record, H264::SPS& sps) const;
 
-    bool get_profile_idc_and_constrained_set1_flag(unsigned char& profile_idc,
-                                                   bool& constrained_set1, bool& fullRange) const;
-    // The new payload with the SPS declaring the range and constraint_set1;
-    // false with out empty when the record cannot be read.
-    bool assign_fullRange_and_constrained_set1_flag(ByteArray& out, bool fullRange,
-                                                    bool& wasFullRange,
-                                                    bool& wasConstrainedSet1) const;
-
     ByteArray payload;
 };
 

@@ -107,6 +107,9 @@ public:
     // Boxes added at the end of the movie's user data (a new udta when it
     // has none); false without a movie box or boxes.
     bool userDataEdit(const ByteArray& children, BoxEdit& edit);
+    // Bytes in place of a box, its holders resized with it; false when the
+    // box does not lie whole inside its holders and the file.
+    bool replacementEdit(const BOX& box, const ByteArray& bytes, BoxEdit& edit) const;
     // A box taken out, its holders shrinking with it.
     void removalEdit(const BOX& box, BoxEdit& edit);
     // The edit that puts a uuid box of a kind in the video track: over an
@@ -132,8 +135,6 @@ public:
     bool trimSpatialData(QVMX::FileIO& source, uint64_t offset, SpatialSound& sound);
     bool overwriteSpatialDataOffset(uint64_t oldOffset);
 
-    // --- H.264 parameter sets ------------------------------------------------
-    bool appendFullRangeAndConstrainedSet1Flag(bool fullRange);
 
 private:
     void forget();

@@ -17,6 +17,7 @@
 #include "meta/location_edits.h"
 #include "meta/metadata_uuids.h"
 #include "mp4/container.h"
+#include "meta/full_range_edit.h"
 
 namespace {
 
@@ -121,7 +122,7 @@ int main(int argc, char** argv) {
         gps.attachRXYZ(argv[4]);
         ok = meta::appendLocations(container, gps);
     } else if (operation == "fullrange") {
-        ok = container.appendFullRangeAndConstrainedSet1Flag(std::string(argv[4]) == "1");
+        ok = meta::declareRange(container, std::string(argv[4]) == "1");
     }
     if (!ok) {
         QVMX::Console::out(L"tavrel-edit: %ls failed.\n", QVMX::wchar::mbs2wcs(operation.c_str()).c_str());

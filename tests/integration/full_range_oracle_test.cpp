@@ -8,6 +8,7 @@
 
 #include "mp4/container.h"
 #include "tavrel_fixture.h"
+#include "meta/full_range_edit.h"
 
 using namespace testsupport;
 
@@ -77,7 +78,7 @@ bool rewrite(const TempDir& dir, bool fullRange) {
     ConsoleCapture quiet;
     MP4::Container c;
     c.attach(dir.wfile("m.mp4"));
-    return c.appendFullRangeAndConstrainedSet1Flag(fullRange);
+    return meta::declareRange(c, fullRange);
 }
 
 }  // namespace

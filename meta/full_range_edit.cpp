@@ -1,0 +1,48 @@
+#include "meta/full_range_edit.h"
+
+#include "foundation/console.h"
+#include "h264/range_flags.h"
+#include "mp4/avcc_box.h"
+#include "mp4/box_edits.h"
+#include "mp4/container.h"
+
+namespace meta {
+
+bool rangeEdit(MP4::Container& movie, bool fullRange, std::vector<MP4::BoxEdit>& edits) {
+    // With several configuration boxes the last one decides.
+    const MP4::AVCC* avcc = nullptr;
+    ByteArray box;
+    movie.find("moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&](MP4::BOX& found) {
+        avcc = dynamic_cast<const MP4::AVCC*>(&found);
+        box.clear();
+        if (avcc == nullptr) return true;
+        H264::RangeFlags was;
+        auto record = H264::withRange(avcc->payload, fullRange, was);
+        if (!record) {
+            QVMX::Console::out(L"%ls failed: %ls\n", record.failure().where.c_str(), record.failure().cause.c_str());
+            return true;
+        }
+        QVMX::Console::out(
+            L"Container::appendFullRangeAndConstrainedSet1Flag: %d - %d, constrained_set1_flag:  %d - 1\n",
+            was.fullRange ? 1 : 0, fullRange ? 1 : 0, was.constrainedSet1 ? 1 : 0);
+        if (was.fullRange != fullRange || !was.constrainedSet1) box = MP4::AVCC::boxWith(*record);
+        return true;
+    });
+    if (avcc == nullptr || box.empty()) return true;
+    MP4::BoxEdit edit;
+    if (!movie.replacementEdit(*avcc, box, edit)) {
+        QVMX::Console::out(L"Container::modifyContainer::appendFullRangeAndConstrainedSet1Flag(%ls) failed.\n",
+                           movie.path().c_str());
+        return false;
+    }
+    edits.push_back(std::move(edit));
+    return true;
+}
+
+bool declareRange(MP4::Container& movie, bool fullRange) {
+    std::vector<MP4::BoxEdit> edits;
+    if (!rangeEdit(movie, fullRange, edits)) return false;
+    return edits.empty() || movie.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", edits);
+}
+
+}  // namespace meta
