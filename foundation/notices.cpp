@@ -1,10 +1,10 @@
 #include "foundation/notices.h"
 
 #include <cstdarg>
-#include <cwchar>
 #include <utility>
 
 #include "foundation/console.h"
+#include "foundation/wide_format.h"
 
 namespace QVMX::Notices {
 namespace {
@@ -12,23 +12,6 @@ namespace {
 Sink& current() {
     static Sink sink;
     return sink;
-}
-
-// vswprintf reports a short buffer only by failing, so grow until it fits.
-std::wstring format(const wchar_t* fmt, va_list args) {
-    std::wstring text(256, L'\0');
-    while (true) {
-        va_list copy;
-        va_copy(copy, args);
-        const int n = std::vswprintf(text.data(), text.size(), fmt, copy);
-        va_end(copy);
-        if (n >= 0 && static_cast<size_t>(n) < text.size()) {
-            text.resize(static_cast<size_t>(n));
-            return text;
-        }
-        if (text.size() >= (1u << 20)) return {};  // a format error, not a long line
-        text.resize(text.size() * 4);
-    }
 }
 
 }  // namespace
@@ -39,7 +22,7 @@ void post(const wchar_t* fmt, ...) {
     if (!current()) return;
     va_list args;
     va_start(args, fmt);
-    std::wstring line = format(fmt, args);
+    std::wstring line = vformat(fmt, args);
     va_end(args);
     current()(line);
 }

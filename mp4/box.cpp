@@ -4,10 +4,29 @@
 #include <cwchar>
 
 #include "foundation/console.h"
+#include "foundation/wide_format.h"
 #include "mp4/byte_copy.h"
 #include "mp4/field_buffer.h"
 
 namespace MP4 {
+
+namespace {
+
+// The output of the dump(out) in progress, for boxes reached through dump().
+const DumpLine* g_dumpOutput = nullptr;
+
+class DumpOutputScope {
+public:
+    explicit DumpOutputScope(const DumpLine& out) : previous_(g_dumpOutput) { g_dumpOutput = &out; }
+    ~DumpOutputScope() { g_dumpOutput = previous_; }
+    DumpOutputScope(const DumpOutputScope&) = delete;
+    DumpOutputScope& operator=(const DumpOutputScope&) = delete;
+
+private:
+    const DumpLine* previous_;
+};
+
+}  // namespace
 
 BOX::BOX(BinFile& file, uint32_t depth_, BOX* parent_)
     : depth(depth_), start(file.position()), size(0), parent(parent_) {
@@ -74,13 +93,21 @@ std::wstring BOX::indent() const {
     return std::wstring(static_cast<size_t>(std::min<uint32_t>(depth, 1024)) * 4, L' ');
 }
 
-void BOX::dump() const {
+void BOX::dump(const DumpLine& out) const {
     if (type == FourCC{0, 0, 0, 0}) {
-        QVMX::Console::out(L"MP4: %ls== EOF total=%lld ==\n", indent().c_str(),
-                           static_cast<long long>(start));
+        out(QVMX::format(L"MP4: %ls== EOF total=%lld ==\n", indent().c_str(),
+                         static_cast<long long>(start)));
         return;
     }
-    QVMX::Console::out(L"MP4: %ls<%ls >\n", indent().c_str(), basicTag().c_str());
+    out(QVMX::format(L"MP4: %ls<%ls >\n", indent().c_str(), basicTag().c_str()));
+}
+
+void BOX::dump() const {
+    if (g_dumpOutput != nullptr) {
+        dump(*g_dumpOutput);
+        return;
+    }
+    dump([](const std::wstring& line) { QVMX::Console::out(L"%ls", line.c_str()); });
 }
 
 bool BOX::writeSize(BinFile& file, uint64_t newSize) const {
@@ -102,9 +129,15 @@ bool BOX::copyTo(QVMX::FileIO& from, QVMX::FileIO& to) const {
     return copyBytes(from, to, size) == size;
 }
 
-void NestedBox::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls children=%lu >\n", indent().c_str(), basicTag().c_str(),
-                       static_cast<unsigned long>(children.size()));
+void NestedBox::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls children=%lu >\n", indent().c_str(), basicTag().c_str(),
+                     static_cast<unsigned long>(children.size())));
+    dumpChildren(out);
+}
+
+void NestedBox::dumpChildren(const DumpLine& out) const {
+    // Through dump(), so that a class overriding only that still adds its lines.
+    const DumpOutputScope scope(out);
     for (const auto& child : children) child->dump();
 }
 

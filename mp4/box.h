@@ -14,6 +14,9 @@ namespace MP4 {
 using FourCC = std::array<uint8_t, 4>;
 class Fields;
 
+// Takes the box-tree dump one line at a time, each ending in "\n".
+using DumpLine = std::function<void(const std::wstring& line)>;
+
 constexpr FourCC fourcc(const char (&s)[5]) {
     return {uint8_t(s[0]), uint8_t(s[1]), uint8_t(s[2]), uint8_t(s[3])};
 }
@@ -41,6 +44,11 @@ public:
     virtual ~BOX() = default;
 
     virtual bool hasChild() const { return false; }
+    // One line for this box, then those of the boxes inside it.
+    virtual void dump(const DumpLine& out) const;
+    // Kept for box classes that still add lines of their own by overriding
+    // it: the walk calls it, and it writes to the output of the dump(out) in
+    // progress (to the console when called outside one).
     virtual void dump() const;
     virtual void parseBox(BinFile& file, uint64_t end);
     // Lists the box's own fields after its header, in order, for reading
@@ -85,7 +93,8 @@ public:
     using BOX::BOX;
 
     bool hasChild() const override { return true; }
-    void dump() const override;
+    using BOX::dump;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     // Makes the typed object for a header just read; plain BOX by default.
     virtual std::unique_ptr<BOX> allocChild(BOX& header);
@@ -105,6 +114,7 @@ protected:
     // Reads the child list from the file's position on (limit min(start +
     // size, end)).
     void parseChildren(BinFile& file, uint64_t end);
+    void dumpChildren(const DumpLine& out) const;
 };
 
 // A full box (version and flags) whose payload continues with child boxes.

@@ -1,14 +1,14 @@
 #include "mp4/container_boxes.h"
 
-#include "foundation/console.h"
+#include "foundation/wide_format.h"
 
 namespace MP4 {
 
 ROOT::ROOT(uint64_t size_) : NestedBox(~uint32_t(0), 0, size_, fourcc("root"), nullptr) {}
 
-void ROOT::dump() const {
-    QVMX::Console::out(L"MP4: == %ls ==\n", basicTag().c_str());
-    for (const auto& child : children) child->dump();
+void ROOT::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: == %ls ==\n", basicTag().c_str()));
+    dumpChildren(out);
 }
 
 void STSD::parseBox(BinFile& file, uint64_t end_) {

@@ -1,6 +1,6 @@
 #include "mp4/header_boxes.h"
 
-#include "foundation/console.h"
+#include "foundation/wide_format.h"
 #include "mp4/field_buffer.h"
 
 namespace MP4 {
@@ -69,9 +69,9 @@ void MVHD::parseBox(BinFile& file, uint64_t end_) {
     durationSeconds = static_cast<float>(duration) / timeScale;
 }
 
-void MVHD::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls timeStamp=%lu >\n", indent().c_str(), basicTag().c_str(),
-                       static_cast<unsigned long>(creationTime));
+void MVHD::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls timeStamp=%lu >\n", indent().c_str(), basicTag().c_str(),
+                     static_cast<unsigned long>(creationTime)));
 }
 
 bool MVHD::setTimeStamp(BinFile& file, uint64_t time) const {
@@ -114,9 +114,9 @@ void TKHD::parseBox(BinFile& file, uint64_t end_) {
     height = wholePixels(heightFixed);
 }
 
-void TKHD::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls timeStamp=%lu width=%u height=%u >\n", indent().c_str(),
-                       basicTag().c_str(), static_cast<unsigned long>(creationTime), width, height);
+void TKHD::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls timeStamp=%lu width=%u height=%u >\n", indent().c_str(),
+                     basicTag().c_str(), static_cast<unsigned long>(creationTime), width, height));
 }
 
 bool TKHD::setTimeStamp(BinFile& file, uint64_t time) const {
@@ -140,11 +140,11 @@ void MDHD::parseBox(BinFile& file, uint64_t end_) {
     readDescribed(*this, file, kHeaderFieldBytes);
 }
 
-void MDHD::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls timeStamp=%lu duration=%f time_scale=%f >\n",
-                       indent().c_str(), basicTag().c_str(),
-                       static_cast<unsigned long>(creationTime), static_cast<double>(duration),
-                       static_cast<double>(timeScale));
+void MDHD::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls timeStamp=%lu duration=%f time_scale=%f >\n",
+                     indent().c_str(), basicTag().c_str(),
+                     static_cast<unsigned long>(creationTime), static_cast<double>(duration),
+                     static_cast<double>(timeScale)));
 }
 
 bool MDHD::setTimeStamp(BinFile& file, uint64_t time) const {
@@ -166,7 +166,7 @@ std::string HDLR::handlerType() const {
     return std::string(reinterpret_cast<const char*>(fields.data() + 8), 4);
 }
 
-void HDLR::dump() const {
+void HDLR::dump(const DumpLine& out) const {
     std::wstring handler;
     for (char c : handlerType()) handler.push_back(static_cast<wchar_t>(static_cast<uint8_t>(c)));
     std::wstring wide;
@@ -174,9 +174,9 @@ void HDLR::dump() const {
         if (c == '\0') break;
         wide.push_back(static_cast<wchar_t>(static_cast<uint8_t>(c)));
     }
-    QVMX::Console::out(L"MP4: %ls<%ls handler=%ls name=%ls(%d) >\n", indent().c_str(),
-                       basicTag().c_str(), handler.c_str(), wide.c_str(),
-                       static_cast<int>(name.size()));
+    out(QVMX::format(L"MP4: %ls<%ls handler=%ls name=%ls(%d) >\n", indent().c_str(),
+                     basicTag().c_str(), handler.c_str(), wide.c_str(),
+                     static_cast<int>(name.size())));
 }
 
 }  // namespace MP4

@@ -12,7 +12,7 @@ namespace MP4 {
 class MVHD : public BOX {
 public:
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
     // Writes the creation time (64-bit for version 1, else the low 32 bits).
@@ -38,7 +38,7 @@ public:
 class TKHD : public BOX {
 public:
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
     bool setTimeStamp(BinFile& file, uint64_t time) const;
@@ -66,7 +66,7 @@ public:
 class MDHD : public BOX {
 public:
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
     bool setTimeStamp(BinFile& file, uint64_t time) const;
@@ -84,7 +84,7 @@ public:
 class HDLR : public BOX {
 public:
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
     // The four handler-type bytes ("vide", "soun", "mdir", ...).

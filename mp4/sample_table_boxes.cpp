@@ -1,6 +1,6 @@
 #include "mp4/sample_table_boxes.h"
 
-#include "foundation/console.h"
+#include "foundation/wide_format.h"
 #include "mp4/field_buffer.h"
 
 namespace MP4 {
@@ -32,9 +32,9 @@ void STTS::parseBox(BinFile& file, uint64_t end_) {
     readDescribed(*this, file);
 }
 
-void STTS::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls entryCount=%d >\n", indent().c_str(), basicTag().c_str(),
-                       static_cast<int>(entryCount));
+void STTS::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls entryCount=%d >\n", indent().c_str(), basicTag().c_str(),
+                     static_cast<int>(entryCount)));
 }
 
 bool STSC::describe(Fields& f) {
@@ -53,9 +53,9 @@ void STSC::parseBox(BinFile& file, uint64_t end_) {
     readDescribed(*this, file);
 }
 
-void STSC::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls entryCount=%d >\n", indent().c_str(), basicTag().c_str(),
-                       static_cast<int>(entryCount));
+void STSC::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls entryCount=%d >\n", indent().c_str(), basicTag().c_str(),
+                     static_cast<int>(entryCount)));
 }
 
 bool STSZ::describe(Fields& f) {
@@ -74,10 +74,10 @@ void STSZ::parseBox(BinFile& file, uint64_t end_) {
     readDescribed(*this, file);
 }
 
-void STSZ::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls sampleSize=%d sample_count=%d >\n", indent().c_str(),
-                       basicTag().c_str(), static_cast<int>(sampleSize),
-                       static_cast<int>(sampleCount));
+void STSZ::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls sampleSize=%d sample_count=%d >\n", indent().c_str(),
+                     basicTag().c_str(), static_cast<int>(sampleSize),
+                     static_cast<int>(sampleCount)));
 }
 
 bool STCO::describe(Fields& f) {
@@ -96,9 +96,9 @@ void STCO::parseBox(BinFile& file, uint64_t end_) {
     tableOffset = from + fields.offset();
 }
 
-void STCO::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls indexes=%u >\n", indent().c_str(), basicTag().c_str(),
-                       entryCount);
+void STCO::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls indexes=%u >\n", indent().c_str(), basicTag().c_str(),
+                     entryCount));
 }
 
 bool SOWT::describe(Fields& f) {
@@ -122,12 +122,12 @@ void SOWT::parseBox(BinFile& file, uint64_t end_) {
     if (!fields.failed()) parseChildren(file, end_);
 }
 
-void SOWT::dump() const {
-    QVMX::Console::out(
+void SOWT::dump(const DumpLine& out) const {
+    out(QVMX::format(
         L"MP4: %ls<%ls data_reference_index=%u channel_count=%u sample_size=%u pre_defined=%u "
         L"samplelate=%x>\n",
         indent().c_str(), basicTag().c_str(), dataReferenceIndex, channelCount, sampleSize,
-        preDefined, sampleRate);
+        preDefined, sampleRate));
 }
 
 }  // namespace MP4

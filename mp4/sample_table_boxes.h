@@ -15,7 +15,7 @@ public:
         uint32_t sampleDelta;
     };
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
 
@@ -33,7 +33,7 @@ public:
         uint32_t sampleDescriptionIndex;
     };
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
 
@@ -46,7 +46,7 @@ public:
 class STSZ : public BOX {
 public:
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
 
@@ -63,7 +63,7 @@ public:
 class STCO : public BOX {
 public:
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
     // Bytes per table entry: 4 here, 8 for co64.
@@ -85,7 +85,7 @@ public:
 class SOWT : public NestedBox {
 public:
     using NestedBox::NestedBox;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "foundation/console.h"
+#include "foundation/wide_format.h"
 
 namespace MP4 {
 
@@ -18,14 +18,14 @@ void XYZ::parseBox(BinFile& file, uint64_t end_) {
     text.assign(bytes.begin(), bytes.end());
 }
 
-void XYZ::dump() const {
+void XYZ::dump(const DumpLine& out) const {
     std::wstring wide;
     for (char c : text) {
         if (c == '\0') break;
         wide.push_back(static_cast<wchar_t>(static_cast<uint8_t>(c)));
     }
-    QVMX::Console::out(L"MP4: %ls<%ls xyz=%ls %04x >\n", indent().c_str(), basicTag().c_str(),
-                       wide.c_str(), static_cast<unsigned>(language));
+    out(QVMX::format(L"MP4: %ls<%ls xyz=%ls %04x >\n", indent().c_str(), basicTag().c_str(),
+                     wide.c_str(), static_cast<unsigned>(language)));
 }
 
 namespace {
@@ -45,9 +45,9 @@ void LOCI::parseBox(BinFile& file, uint64_t end_) {
     }
 }
 
-void LOCI::dump() const {
-    QVMX::Console::out(L"MP4: %ls<%ls loci=%f %f %f >\n", indent().c_str(), basicTag().c_str(),
-                       longitude, latitude, altitude);
+void LOCI::dump(const DumpLine& out) const {
+    out(QVMX::format(L"MP4: %ls<%ls loci=%f %f %f >\n", indent().c_str(), basicTag().c_str(),
+                     longitude, latitude, altitude));
 }
 
 }  // namespace MP4

@@ -12,7 +12,7 @@ class XYZ : public BOX {
 public:
     static constexpr uint32_t kMaxText = 512;
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
 
     uint16_t dataSize = 0;
@@ -24,7 +24,7 @@ public:
 class LOCI : public BOX {
 public:
     using BOX::BOX;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
 
     double longitude = 0;

@@ -2,7 +2,7 @@
 
 #include <cwchar>
 
-#include "foundation/console.h"
+#include "foundation/wide_format.h"
 #include "mp4/container_boxes.h"
 #include "mp4/field_buffer.h"
 
@@ -52,14 +52,14 @@ std::unique_ptr<BOX> UUID::allocChild(BOX& header) {
     return NestedBox::allocChild(header);
 }
 
-void UUID::dump() const {
+void UUID::dump(const DumpLine& out) const {
     wchar_t text[40];
     std::swprintf(text, 40,
                   L"%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x",
                   userType[0], userType[1], userType[2], userType[3], userType[4], userType[5],
                   userType[6], userType[7], userType[8], userType[9], userType[10],
                   userType[11], userType[12], userType[13], userType[14], userType[15]);
-    QVMX::Console::out(L"MP4: %ls<%ls uuid=%ls >\n", indent().c_str(), basicTag().c_str(), text);
+    out(QVMX::format(L"MP4: %ls<%ls uuid=%ls >\n", indent().c_str(), basicTag().c_str(), text));
 }
 
 ByteArray UUID::to_byteArray() const {

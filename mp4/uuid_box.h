@@ -22,7 +22,7 @@ public:
     UUID(const UserType& userType, std::string_view payload);
 
     bool hasChild() const override;
-    void dump() const override;
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     // The user type, then the payload (empty for the spatial-data kind,
     // whose children follow the user type).

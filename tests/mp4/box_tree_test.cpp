@@ -28,10 +28,10 @@ size_t count(MovieFile& m, const char* path) {
     return n;
 }
 
-std::string dumpOf(MovieFile& m) {
-    ConsoleCapture capture;
-    m.container.dump();
-    return capture.text();
+std::wstring dumpOf(MovieFile& m) {
+    std::wstring text;
+    m.container.root()->dump([&text](const std::wstring& line) { text += line; });
+    return text;
 }
 
 }  // namespace
@@ -166,9 +166,32 @@ TEST(PathSearch, BytesComparedAsStoredAndFalseStopsOnlyTheSiblingList) {
     EXPECT_EQ(q.container.videoTrack()->start, 8u + 8 + 92);
 }
 
-TEST(Dump, LinesIndentByDepthWithEachBoxsFields) {
+// A box class that still adds its lines by overriding dump() alone.
+class NotedBox : public MP4::BOX {
+public:
+    using MP4::BOX::BOX;
+    void dump() const override {
+        MP4::BOX::dump();
+        MP4::BOX::dump();
+    }
+};
+
+TEST(Dump, LinesIndentByDepthWithEachBoxsFieldsAndGoOnlyWhereTheCallerSays) {
     MovieFile m(box("moov", container("trak", {tkhd(0, 6, 64, 32)})));
-    EXPECT_EQ(dumpOf(m), "MP4: == 'root': start=0 bytes=108 ==\nMP4: <'moov': start=0 bytes=108 children=1 >\n"
-                         "MP4:     <'trak': start=8 bytes=100 children=1 >\n"
-                         "MP4:         <'tkhd': start=16 bytes=92 timeStamp=6 width=64 height=32 >\n");
+    const std::wstring expected =
+        L"MP4: == 'root': start=0 bytes=108 ==\nMP4: <'moov': start=0 bytes=108 children=1 >\n"
+        L"MP4:     <'trak': start=8 bytes=100 children=1 >\n"
+        L"MP4:         <'tkhd': start=16 bytes=92 timeStamp=6 width=64 height=32 >\n";
+    ConsoleCapture console;
+    EXPECT_EQ(dumpOf(m), expected);
+    EXPECT_EQ(console.text(), "");
+
+    // Reached from a walk, an override of dump() alone writes to the walk's output.
+    auto* trak = static_cast<MP4::NestedBox*>(m.first("moov.trak"));
+    trak->children.push_back(std::make_unique<NotedBox>(2, 200, 8, MP4::fourcc("note"), trak));
+    const std::wstring note = L"MP4:         <'note': start=200 bytes=8 >\n";
+    const std::wstring noted = dumpOf(m);
+    EXPECT_EQ(noted.substr(noted.find(L"MP4:         <'tkhd'")),
+              expected.substr(expected.find(L"MP4:         <'tkhd'")) + note + note);
+    EXPECT_EQ(console.text(), "");
 }
