@@ -111,7 +111,8 @@ bool Option::parse(int argc, wchar_t** argv) {
     if (!result) return false;
 
     // Without a readable source the run goes on and fails where it needs it.
-    if (!probe.probe(source)) return true;
+    // Only a run that decodes anyway may decode to learn the picture size.
+    if (!probe.probe(source, reencode || !thumbnail.empty())) return true;
     if (codec == MetaProbe::kCodecUnknown) codec = probe.codec;
     if (keyFrameInterval == -1) {
         keyFrameInterval = framesPerSecond();

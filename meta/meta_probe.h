@@ -16,11 +16,19 @@ public:
     enum Codec : int32_t { kCodecUnknown = 0, kCodecH264 = 1, kCodecHEVC = 2 };
 
     // Resets the fields, reads everything; true when the video has a width.
-    bool probe(const std::wstring& path);
+    // The frame rate and size are the movie's own declarations; only when
+    // it declares no size, and mayDecode allows, is its first frame decoded.
+    bool probe(const std::wstring& path, bool mayDecode = true);
 
     void readModel(MP4::Container& container);
     void readKMKN(MP4::Container& container);
     void readCodec(MP4::Container& container);
+    // The frame rate of the first video track from its sample tables (and
+    // its fragments' runs), and its size from the SPS of its codec
+    // configuration, else from its sample entry or its track header.
+    void readFrameDescription(MP4::Container& container);
+    // The room of the maker thumbnail box that the user-data copy fills.
+    void readThumbnailRoom(MP4::Container& container);
     // The frame rate and size, as the video pipeline reports them.
     void detect_movie(const std::wstring& path);
 
@@ -33,4 +41,7 @@ public:
     ExifParser::PANOX record;
     // The "@mod" text the model code was read from.
     std::string model;
+    // Payload bytes of the maker thumbnail box in the user data (the JPEG
+    // made for it must fit them); 0 without one.
+    uint64_t thumbnailRoom = 0;
 };
