@@ -17,6 +17,7 @@
 #include <string>
 
 #include "foundation/console.h"
+#include "foundation/notices.h"
 #include "foundation/pending_output.h"
 #include "foundation/wchar.h"
 #include "tools/camera_movie/camera_movie.h"
@@ -123,6 +124,7 @@ bool encodePlainMovie(const std::string& path, std::string& error) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
+    QVMX::Notices::install(QVMX::Notices::toConsole());
     QVMX::PendingOutput::installInterruptHandler();
     if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
         std::fprintf(stderr, "usage: tavrel-make-demo [OUTPUT.mp4]   (default ./images/source.mp4)\n");

@@ -9,6 +9,7 @@
 
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/notices.h"
 #include "foundation/wchar.h"
 #include "mp4/container.h"
 #include "tools/dump_geo.h"
@@ -45,7 +46,9 @@ int dumpFile(const std::wstring& path) {
         QVMX::Console::out(L"tavrel-dump: cannot read %ls\n", path.c_str());
         return 1;
     }
-    container.dump();
+    if (container.root() != nullptr) {
+        container.root()->dump([](const std::wstring& line) { QVMX::Console::out(L"%ls", line.c_str()); });
+    }
     dumpGeo(container);
     dumpCameraMeta(container);
     dumpParameterSets(container);
@@ -88,7 +91,9 @@ int main(int argc, char** argv) {
         QVMX::Console::out(L"usage: tavrel-dump [--summary] FILE...\n");
         return 1;
     }
+    // The JSON goes out alone, so only the other forms show the notices.
     if (json) return dumpJsonFiles(argc - first, argv + first);
+    QVMX::Notices::install(QVMX::Notices::toConsole());
     int status = 0;
     for (int i = first; i < argc; ++i) {
         const std::wstring path = QVMX::wchar::mbs2wcs(argv[i]);

@@ -11,6 +11,7 @@
 #include "foundation/byte_array.h"
 #include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/notices.h"
 #include "foundation/pending_output.h"
 #include "foundation/wchar.h"
 #include "geo/gps_info.h"
@@ -69,6 +70,7 @@ constexpr unsigned long long kEditRoom = 4ull << 20;
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
+    QVMX::Notices::install(QVMX::Notices::toConsole());
     QVMX::PendingOutput::installInterruptHandler();
     if (argc < 4) return usage();
     const std::string operation = argv[1];
