@@ -128,7 +128,7 @@ void Option::usage() const {
     const std::wstring version = QVMX::wchar::mbs2wcs(tavrel::kVersion);
     const std::wstring identity = QVMX::wchar::mbs2wcs(tavrel::kIdentity);
     QVMX::Console::out(L"\nTavrel %ls\n", version.c_str());
-    QVMX::Console::out(L"  Copyright (c) 2026 the Tavrel developers. All rights reserved.\n");
+    QVMX::Console::out(L"  Copyright (c) 2026 the Tavrel developers. License: GNU GPL version 2 or later.\n");
     QVMX::Console::out(
         L"usage: %ls [options] [source.mp4] [output.mp4]\n  source.mp4     : input file.\n    %ls\n"
         L"  output.mp4     : output file.\n    %ls\n\n",

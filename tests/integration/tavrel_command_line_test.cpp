@@ -110,7 +110,7 @@ void makeBroken(const Workspace& work, const std::string& kind) {
 std::vector<Refusal> refusals() {
     const std::string usedPaths = "  source.mp4     : input file.\n    source.mp4\n  output.mp4     : output file.\n    out.mp4\n";
     std::vector<Refusal> all = {
-        {"Help", Source::Plain, "", "source.mp4 out.mp4 -h", "\nTavrel 2.4.0.2018.01.10\n  Copyright (c) 2026 the Tavrel developers. All rights reserved.\n" + kUsage + usedPaths},
+        {"Help", Source::Plain, "", "source.mp4 out.mp4 -h", "\nTavrel 2.4.0.2018.01.10\n  Copyright (c) 2026 the Tavrel developers. License: GNU GPL version 2 or later.\n" + kUsage + usedPaths},
         {"ViewWithOneValue", Source::Plain, "", "source.mp4 out.mp4 -view:1", "invalid arguments for -view:\n\nTavrel "},
         {"OutputIsTheSourceDotted", Source::Plain, "", "source.mp4 ./source.mp4", "is the source movie itself"},
         {"OutputIsALinkToTheSource", Source::Plain, "", "source.mp4 link.mp4", "is the source movie itself"},
