@@ -88,7 +88,7 @@ int main(int argc, char** argv) {
 #endif
     const int first = summary || json ? 2 : 1;
     if (argc <= first) {
-        QVMX::Console::out(L"usage: tavrel-dump [--summary] FILE...\n");
+        QVMX::Console::out(L"usage: tavrel-dump [--summary | --json] FILE...\n");
         return 1;
     }
     // The JSON goes out alone, so only the other forms show the notices.

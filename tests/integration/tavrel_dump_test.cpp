@@ -54,10 +54,10 @@ TEST(TavrelDump, SummaryTellsWhatTheProbeReadsAndNoFileIsUsage) {
                                          "summary: form=panox model=\"KORVA PANOX D\" software=\"PANOX D 1.20\"\n"
                                          "summary: projectionType=3 "))
         << summary.output;
-    for (const std::string arguments : {"", "--summary"}) {
+    for (const std::string arguments : {"", "--summary", "--json"}) {
         const auto usage = runCommand(toolCommand("tavrel-dump") + " " + arguments);
         EXPECT_EQ(usage.status, 1);
-        EXPECT_EQ(usage.output, "usage: tavrel-dump [--summary] FILE...\n");
+        EXPECT_EQ(usage.output, "usage: tavrel-dump [--summary | --json] FILE...\n");
     }
 }
 
