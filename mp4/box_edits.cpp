@@ -7,6 +7,82 @@
 
 namespace MP4 {
 
+uint64_t alignmentPadding(uint64_t source, uint64_t landing) {
+    // Unsigned arithmetic wraps modulo 2^64, a multiple of the alignment.
+    const uint64_t gap = (source - landing) % kMediaAlignment;
+    if (gap == 0) return 0;
+    return gap < 8 ? gap + kMediaAlignment : gap;
+}
+
+ByteArray freeBox(uint64_t size) {
+    ByteArray box;
+    if (size < 8 || size > kLargestPadding) return box;
+    const std::vector<uint8_t> zeros(static_cast<size_t>(size - 8), 0);
+    box.append32be(static_cast<uint32_t>(size));
+    box.append("free");
+    box.append(zeros.data(), zeros.size());
+    return box;
+}
+
+bool isPaddingSlot(const BOX& box, const std::vector<BoxEdit>& edits) {
+    if (!box.isType(fourcc("free")) || box.largeSize || box.size < 8 || box.size > kLargestPadding) return false;
+    const uint64_t end = box.end();
+    // An insertion at its start belongs to the box before it; one at its
+    // end would come between the padding and what it pads.
+    return std::none_of(edits.begin(), edits.end(), [&box, end](const BoxEdit& e) {
+        return (e.from < end && e.to > box.start) || (e.from == e.to && e.from > box.start && e.from <= end);
+    });
+}
+
+namespace {
+
+// Among edits sorted by from: after the insertions at the same point (they
+// belong to the box in front) and before a replacement starting there.
+void insertSorted(std::vector<BoxEdit>& edits, BoxEdit edit) {
+    const auto at = std::find_if(edits.begin(), edits.end(), [&edit](const BoxEdit& e) {
+        return e.from > edit.from || (e.from == edit.from && e.to > e.from);
+    });
+    edits.insert(at, std::move(edit));
+}
+
+bool isMediaData(const BOX& box) { return box.isType(fourcc("mdat")); }
+
+// Where the padding of media data goes: right in front of it, or in front of
+// the movie fragment (moof) right before it, whose run offsets count from the
+// fragment's start and so must move with it.
+const BOX& paddedBox(const BOX& media, const BOX* before) {
+    return before != nullptr && before->isType(fourcc("moof")) && before->end() == media.start ? *before : media;
+}
+
+}  // namespace
+
+void alignMediaData(const NestedBox& root, std::vector<BoxEdit>& edits) {
+    const auto& boxes = root.children;
+    for (size_t i = 0; i < boxes.size(); ++i) {
+        const BOX& box = *boxes[i];
+        if (!isMediaData(box)) continue;
+        const uint64_t start = box.start;
+        // Media data an edit takes out or writes over is not kept in place.
+        const bool overwritten = std::any_of(edits.begin(), edits.end(), [&box, start](const BoxEdit& e) {
+            return (e.from < start && start < e.to) || (e.from == start && e.to > start && e.to >= box.end());
+        });
+        if (overwritten) continue;
+        const uint64_t landing = movedOffset(edits, start);
+        if (landing == start) continue;
+        const BOX& front = paddedBox(box, i > 0 ? boxes[i - 1].get() : nullptr);
+        const size_t f = &front == &box ? i : i - 1;
+        const BOX* slot = f > 0 ? boxes[f - 1].get() : nullptr;
+        if (slot != nullptr && (slot->end() != front.start || !isPaddingSlot(*slot, edits))) slot = nullptr;
+        const uint64_t padding = alignmentPadding(start, landing - (slot != nullptr ? slot->size : 0));
+        if (slot != nullptr ? slot->size == padding : padding == 0) continue;  // already right
+        BoxEdit pad;
+        pad.from = pad.anchor = slot != nullptr ? slot->start : front.start;
+        pad.to = slot != nullptr ? slot->end() : front.start;
+        if (padding > 0) pad.bytes = freeBox(padding);
+        insertSorted(edits, std::move(pad));
+    }
+}
+
 uint64_t heldEnd(const BOX& box) {
     uint64_t end = box.end();
     for (const BOX* p = box.parent; p != nullptr; p = p->parent) end = std::min(end, p->end());
@@ -120,24 +196,67 @@ bool Relayout::assign(const std::vector<const BOX*>& order, const std::vector<Bo
         if (!e.holders.empty()) return e.holders.back().start == box->start;
         return box->start <= e.from && e.from < box->end() && e.to <= box->end();
     };
-    uint64_t at = 0;
+    std::vector<Piece> all;
+    std::vector<int64_t> growth;
     for (const BOX* box : order) {
-        Piece piece{box, {}, at};
-        int64_t growth = 0;
+        Piece piece{box, {}, 0, 0};
+        int64_t g = 0;
         for (const auto& e : edits) {
             if (owner(e, box)) {
                 piece.edits.push_back(&e);
-                growth += e.delta();
+                g += e.delta();
             }
         }
-        pieces.push_back(std::move(piece));
-        at += box->size + static_cast<uint64_t>(growth);
+        all.push_back(std::move(piece));
+        growth.push_back(g);
     }
     for (const auto& e : edits) {
         if (e.holders.empty() && e.from == sourceEnd && e.to == sourceEnd) tail.push_back(&e);
     }
     size_t assigned = tail.size();
-    for (const auto& p : pieces) assigned += p.edits.size();
+    for (const auto& p : all) assigned += p.edits.size();
+
+    // A free box right in front of media data that moves (unpadded) goes
+    // with it as its padding.
+    const size_t n = all.size();
+    auto before = [&all](size_t i) { return i > 0 ? all[i - 1].box : nullptr; };
+    std::map<uint64_t, size_t> slots;  // by where they end in the source
+    for (size_t k = 0; k < n; ++k) {
+        if (all[k].edits.empty() && isPaddingSlot(*all[k].box, edits)) slots[all[k].box->end()] = k;
+    }
+    std::vector<bool> dropped(n, false);
+    uint64_t at = 0;
+    for (size_t i = 0; i < n; ++i) {
+        const BOX* box = all[i].box;
+        if (isMediaData(*box) && at != box->start) {
+            const auto slot = slots.find(paddedBox(*box, before(i)).start);
+            if (slot != slots.end()) dropped[slot->second] = true;
+        }
+        at += box->size + static_cast<uint64_t>(growth[i]);
+    }
+    at = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (dropped[i]) continue;
+        Piece& p = all[i];
+        // The media data this piece is padded for: its own, or that of the
+        // fragment it heads.
+        size_t media = n;
+        if (isMediaData(*p.box) && &paddedBox(*p.box, before(i)) == p.box) media = i;
+        if (i + 1 < n && isMediaData(*all[i + 1].box) && &paddedBox(*all[i + 1].box, p.box) == p.box) media = i + 1;
+        if (media < n) {
+            const Piece& m = all[media];
+            uint64_t into = media == i ? 0 : p.box->size + static_cast<uint64_t>(growth[i]);
+            // Insertions at its start are written in front of its header.
+            for (const BoxEdit* e : m.edits) {
+                if (e->to <= m.box->start) into += static_cast<uint64_t>(e->delta());
+            }
+            p.padding = alignmentPadding(m.box->start, at + into);
+            at += p.padding;
+        }
+        p.newStart = at;
+        at += p.box->size + static_cast<uint64_t>(growth[i]);
+        pieces.push_back(std::move(p));
+    }
     return assigned == edits.size();
 }
 
@@ -165,6 +284,10 @@ bool Relayout::copy(BinFile& source, BinFile& destination) const {
         const uint64_t start = p.box->start;
         const uint64_t end = p.box->end();
         if (end > length) return false;
+        if (p.padding > 0) {
+            const ByteArray padding = freeBox(p.padding);
+            if (padding.size != p.padding || !destination.writeBytes(padding.data, padding.size)) return false;
+        }
         uint64_t cursor = start;
         for (const BoxEdit* e : p.edits) {
             if (e->from < cursor || e->to < e->from || e->to > end) return false;

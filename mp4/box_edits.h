@@ -35,6 +35,31 @@ struct BoxEdit {
     }
 };
 
+// Media data keeps its offset modulo this many bytes through every copy the
+// edits make: the copy then goes page by page, and where the file system can
+// share blocks between files it need not copy them at all.
+constexpr uint64_t kMediaAlignment = 4096;
+// The largest free box that padding ever takes: a shift of 1..7 bytes needs
+// a page more, no box being shorter than its 8-byte header.
+constexpr uint64_t kLargestPadding = kMediaAlignment + 7;
+
+// Size of the free box that puts a box bound for landing back at its source
+// offset modulo kMediaAlignment: 0 when it already is there, else 8..4103.
+uint64_t alignmentPadding(uint64_t source, uint64_t landing);
+
+// A top-level free box of size bytes (8..kLargestPadding).
+ByteArray freeBox(uint64_t size);
+
+// Whether box can serve as the padding in front of the box that follows it:
+// a free box small enough to be padding that no edit touches.
+bool isPaddingSlot(const BOX& box, const std::vector<BoxEdit>& edits);
+
+// Adds to edits (sorted by from) what keeps every top-level media data box
+// of root that moves at its offset modulo kMediaAlignment: a free box right
+// in front of it. One that is there already is resized or taken out rather
+// than another added, so editing an output again does not grow it.
+void alignMediaData(const NestedBox& root, std::vector<BoxEdit>& edits);
+
 // The end of a box as far as every box above it really holds it.
 uint64_t heldEnd(const BOX& box);
 
@@ -68,13 +93,17 @@ struct Relayout {
         const BOX* box = nullptr;
         std::vector<const BoxEdit*> edits;
         uint64_t newStart = 0;
+        // Size of the free box written right in front of the box (0: none).
+        uint64_t padding = 0;
     };
     std::vector<Piece> pieces;
     // Insertions at the end of the source, written after every piece.
     std::vector<const BoxEdit*> tail;
 
     // False when an edit lies in no box of the order and is no insertion at
-    // the end of the source.
+    // the end of the source. Every media data box keeps its offset modulo
+    // kMediaAlignment (alignMediaData), a free box that was right in front
+    // of one that moves going with it as its padding.
     bool assign(const std::vector<const BOX*>& order, const std::vector<BoxEdit>& edits);
     // Where a source offset inside one of the pieces lands; the offset itself
     // when it is in none.

@@ -68,6 +68,9 @@ bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits
     // deeper box's) comes first.
     std::stable_sort(edits.begin(), edits.end(),
               [](const BoxEdit& a, const BoxEdit& b) { return a.from < b.from; });
+    // Media data that moves keeps its place within a page: the copy then
+    // goes page by page or shares the source's blocks.
+    if (root_) alignMediaData(*root_, edits);
     const CopyFn copy = [&edits](BinFile& source, BinFile& destination, uint64_t& position) {
         return copyWithEdits(source, destination, edits, position);
     };

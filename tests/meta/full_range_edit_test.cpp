@@ -72,18 +72,22 @@ TEST(FullRangeRewrite, TheNewBoxKeepsEverySampleWhereverTheMediaDataLies) {
             const auto result = withOutput ? m.dir.file("out.mp4") : m.path;
             if (withOutput) m.container.setOutputPath(widen(result.string()));
             const uint64_t moov = m.container.moov()->size;
+            const uint64_t mdat = m.container.mdat()->start;
             auto offsets = chunkOffsets(m.path);
+            // Media data that moves keeps its place within the page behind
+            // a free box.
+            const uint64_t moved = c.fileGrows && c.moovFirst ? 1 + MP4::alignmentPadding(mdat, mdat + 1) : 0;
             EXPECT_EQ(rewrite(m), line("0 - 1", c.set1));
             if (withOutput) {
                 EXPECT_EQ(m.bytes(), m.original);
             }
-            EXPECT_EQ(readFile(result).size(), m.original.size() + c.fileGrows);
+            EXPECT_EQ(readFile(result).size(), m.original.size() + (c.moovFirst ? moved : c.fileGrows));
             EXPECT_EQ(m.container.moov()->size, moov + c.fileGrows);
             if (c.roomy) {
                 EXPECT_EQ(m.first("moov.udta")->size, 100u);
             }
             for (auto& track : offsets) {
-                for (auto& o : track) o += c.fileGrows && c.moovFirst;
+                for (auto& o : track) o += moved;
             }
             EXPECT_EQ(chunkOffsets(result), offsets);
             EXPECT_EQ(allSamples(result), movieSamples(shape));

@@ -25,6 +25,21 @@ std::vector<std::string> topLevelTypes(MP4::Container& c) {
     return types;
 }
 
+std::vector<std::string> boxesBut(const std::string& type, MP4::Container& c) {
+    auto types = topLevelTypes(c);
+    types.erase(std::remove(types.begin(), types.end(), type), types.end());
+    return types;
+}
+
+// Where each media data box starts within its page, in file order.
+std::vector<uint64_t> mediaPlaces(MP4::Container& c) {
+    std::vector<uint64_t> places;
+    for (const auto& child : c.root()->children) {
+        if (child->isType(MP4::fourcc("mdat"))) places.push_back(child->start % MP4::kMediaAlignment);
+    }
+    return places;
+}
+
 Bytes payloadOf(MovieFile& m, const char* path) {
     const MP4::BOX* b = m.first(path);
     return b == nullptr ? Bytes() : m.bytes().substr(b->start + 8, b->size - 8);
@@ -37,11 +52,17 @@ ByteArray bytesOf(const Bytes& b) { return ByteArray(b.data(), b.size()); }
 TEST(MoovFirst, GivesTheBytesOfAMovieBuiltThatWayOrNothingForBrokenTables) {
     for (bool use64 : {false, true}) {
         SCOPED_TRACE(use64 ? "co64" : "stco");
-        MovieFile m(buildMovie({.moovFirst = false, .use64 = use64}));
+        const MovieShape shape{.moovFirst = false, .use64 = use64};
+        MovieFile m(buildMovie(shape));
+        const Bytes ftyp = m.original.substr(0, m.first("ftyp")->size);
+        const uint64_t mdat = m.container.mdat()->start;
+        // The media data keeps its place within the page behind a free box.
+        const ByteArray padding = MP4::freeBox(MP4::alignmentPadding(mdat, mdat + m.container.moov()->size));
         EXPECT_TRUE(m.container.isMdatFirst());
         EXPECT_TRUE(m.container.moovFirst());
         EXPECT_FALSE(m.container.isMdatFirst());
-        EXPECT_EQ(m.bytes(), buildMovie({.moovFirst = true, .use64 = use64}));
+        EXPECT_EQ(m.bytes(), buildLaidOutMovie(shape, {ftyp, "moov",
+                                                       Bytes(padding.view()), "mdat"}));
         EXPECT_FALSE(m.temporaryLeft());
     }
     // A chunk table claiming far more than it holds: nothing is written.
@@ -65,15 +86,18 @@ TEST(MoovFirst, EveryChunkMovesWithItsOwnBytesAndASpatialBlockStaysLast) {
     const Bytes between = box("free", "between");
     MovieFile m(movie.substr(0, mdatEnd) + between + movie.substr(mdatEnd) + block);
     const auto before = chunkOffsets(m.path);
+    const uint64_t mdat = m.container.mdat()->start;
+    const uint64_t padding = MP4::alignmentPadding(mdat, mdat + moovSize + between.size());
     EXPECT_TRUE(m.container.moovFirst());
-    EXPECT_EQ(topLevelTypes(m.container), (std::vector<std::string>{"ftyp", "free", "moov", "mdat", "uuid"}));
+    EXPECT_EQ(topLevelTypes(m.container),
+              (std::vector<std::string>{"ftyp", "free", "moov", "free", "mdat", "uuid"}));
     auto expected = before;
     for (auto& track : expected) {
-        for (auto& o : track) o += moovSize + between.size();
+        for (auto& o : track) o += moovSize + between.size() + padding;
     }
     EXPECT_EQ(chunkOffsets(m.path), expected);
     EXPECT_EQ(allSamples(m.path), movieSamples({}));
-    EXPECT_EQ(m.bytes().substr(m.original.size() - block.size()), block);
+    EXPECT_EQ(m.bytes().substr(m.bytes().size() - block.size()), block);
 }
 
 TEST(MoovFirst, KeepsEveryMediaDataBoxAndEverySampleInAnyLayout) {
@@ -92,15 +116,19 @@ TEST(MoovFirst, KeepsEveryMediaDataBoxAndEverySampleInAnyLayout) {
             const MovieShape shape{.moovFirst = false, .use64 = use64};
             MovieFile m(buildLaidOutMovie(shape, layouts[i]));
             ASSERT_EQ(allSamples(m.path), movieSamples(shape));
-            auto types = topLevelTypes(m.container);
+            auto types = boxesBut("free", m.container);
+            const auto places = mediaPlaces(m.container);
             EXPECT_TRUE(m.container.moovFirst());
             EXPECT_FALSE(m.container.isMdatFirst());
             EXPECT_EQ(allSamples(m.path), movieSamples(shape));
-            auto after = topLevelTypes(m.container);
+            // Every box is still there but for free boxes taken or added as
+            // padding, and every media data box keeps its place in the page.
+            auto after = boxesBut("free", m.container);
             std::sort(types.begin(), types.end());
             std::sort(after.begin(), after.end());
             EXPECT_EQ(after, types);
-            EXPECT_EQ(m.bytes().size(), m.original.size());
+            EXPECT_EQ(mediaPlaces(m.container), places);
+            EXPECT_LE(m.bytes().size(), m.original.size() + places.size() * MP4::kLargestPadding);
             EXPECT_FALSE(m.temporaryLeft());
         }
     }
