@@ -5,16 +5,31 @@
 #include <vector>
 
 #include "app/caught.h"
+#include "app/media_plugin.h"
+#include "app/media_plugin_loader.h"
 #include "app/option.h"
 #include "app/run_driver.h"
 #include "app/version.h"
-#include "app/video_services.h"
 #include "foundation/console.h"
 #include "foundation/pending_output.h"
 #include "foundation/utility.h"
 #include "foundation/wchar.h"
 
 namespace {
+
+// The media services answer from the plug-in, loaded only when first asked:
+// a run that neither decodes nor encodes never loads the media libraries.
+void installMediaServices() {
+    MediaServices& services = mediaServices();
+    services.describe = [](const std::wstring& movie, MovieDescription& out) {
+        MediaPlugin* media = mediaPlugin();
+        return media != nullptr && media->describe(movie, out);
+    };
+    services.thumbnail = [](const std::wstring& movie, ByteArray& out, int width, size_t target) {
+        MediaPlugin* media = mediaPlugin();
+        return media != nullptr && media->thumbnailBytes(movie, out, width, target);
+    };
+}
 
 int run(int argc, char** argv) {
     // The first arguments as wide strings, each in its own zero-filled array.
@@ -44,7 +59,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
-    installVideoServices();
+    installMediaServices();
     QVMX::PendingOutput::installInterruptHandler();
     return run(argc, argv);
 }

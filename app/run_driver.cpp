@@ -3,10 +3,13 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
+#include "app/maker_thumbnail.h"
+#include "app/media_plugin.h"
+#include "app/media_plugin_loader.h"
 #include "app/option.h"
-#include "app/tavrel_transcoder.h"
 #include "app/version.h"
 #include "foundation/console.h"
 #include "foundation/pending_output.h"
@@ -16,7 +19,6 @@
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/movie_soundness.h"
-#include "video/thumbnailer.h"
 
 bool namesSameFile(const Option& option) {
     struct stat source {}, output {};
@@ -83,12 +85,32 @@ Failure checkBeforeWriting(const Option& option, unsigned long long& needed) {
     return {};
 }
 
+// Whether the run fills the newest cameras' maker thumbnail box, which
+// takes a decode.
+bool makesMakerThumbnail(const Option& option) {
+    return option.probe.modelCode > MetaBuilder::kNewerLayout && option.probe.thumbnailRoom > 0;
+}
+
+// Whether the run needs the media plug-in: it decodes or encodes video.
+bool needsMedia(const Option& option) {
+    return option.reencode || !option.thumbnail.empty() || makesMakerThumbnail(option);
+}
+
+// Why the media plug-in cannot serve the run; no failure when it can.
+Failure mediaFailure() {
+    const std::string problem = mediaPluginProblem();
+    return {wide(mediaPluginPath()), wide(problem.empty() ? "the media plug-in cannot be used" : problem)};
+}
+
 // Every step, writing into movie (and thumbnail, when asked for) instead
-// of the output paths.
-Failure runSteps(const Option& option, const std::wstring& movie, const std::wstring& thumbnail) {
+// of the output paths; a maker thumbnail made beside them goes in last.
+Failure runSteps(const Option& option, const std::wstring& movie, const std::wstring& thumbnail,
+                 EarlyThumbnail* makerThumbnail) {
     unsigned int frames = 0;
     if (option.reencode) {
-        const TrimResult trimmed = TavrelTranscoder::trim(option, movie);
+        MediaPlugin* media = mediaPlugin();
+        if (media == nullptr) return mediaFailure();
+        const TrimResult trimmed = media->reencode(option, movie);
         frames = trimmed.frames;
         if (frames == 0) return {option.source, trimmed.problem.empty() ? L"its re-encode kept no frame" : trimmed.problem};
     }
@@ -109,10 +131,17 @@ Failure runSteps(const Option& option, const std::wstring& movie, const std::wst
     } else if (!builder.updateMeta(option.source, &movie, true)) {
         return {option.source, L"its metadata could not be brought up to date"};
     }
+    if (makerThumbnail != nullptr && !makerThumbnail->finish(movie)) {
+        return {option.source, L"its maker thumbnail could not be put into the output"};
+    }
+
+    // The maker thumbnail, made on the way, needed the plug-in too.
+    if (makesMakerThumbnail(option) && !mediaPluginProblem().empty()) return mediaFailure();
 
     if (!thumbnail.empty()) {
-        Thumbnailer thumbnailer(movie);
-        if (!thumbnailer.saveFrame(thumbnail)) {
+        MediaPlugin* media = mediaPlugin();
+        if (media == nullptr) return mediaFailure();
+        if (!media->saveThumbnail(movie, thumbnail)) {
             QVMX::Console::out(L"thumbnailer(%ls) failed.\n", option.thumbnail.c_str());
         }
     }
@@ -127,6 +156,17 @@ bool runJob(const Option& option) {
                            option.output.c_str());
         return false;
     }
+    if (needsMedia(option) && !mediaPluginPresent()) {
+        refuse(wide(mediaPluginPath()), L"the media plug-in is missing, and this run decodes video");
+        return false;
+    }
+    // A metadata run's maker thumbnail is the source's first frame: it is
+    // made while the movie is checked, read and copied.
+    std::optional<EarlyThumbnail> makerThumbnail;
+    if (!option.reencode && makesMakerThumbnail(option)) {
+        makerThumbnail.emplace(option.source, static_cast<size_t>(option.probe.thumbnailRoom));
+    }
+
     unsigned long long needed = 0;
     if (const Failure refused = checkBeforeWriting(option, needed); refused.failed()) {
         refuse(refused.file, refused.cause);
@@ -151,7 +191,8 @@ bool runJob(const Option& option) {
     }
 
     Failure failure = runSteps(option, wide(movie.temporaryPath()),
-                               thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring());
+                               thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring(),
+                               makerThumbnail ? &*makerThumbnail : nullptr);
     if (!failure.failed() && !movie.commit()) failure = {option.output, wide(movie.cause())};
     if (failure.failed()) {
         const std::string cause = QVMX::failureCause(narrow(option.output), "", movie, needed);

@@ -15,7 +15,6 @@
 namespace {
 
 constexpr uint64_t kSensorHeader = 8 + AccelSensorStreamEmbed::Header::kSize;
-constexpr int kThumbnailWidth = 640;
 
 // A child box of the copied user data: where it lies in the copy.
 struct CopiedBox {
@@ -66,9 +65,11 @@ void replaceThumbnail(uint8_t* box, uint64_t size, const std::wstring& movie) {
     uint8_t* payload = box + 8;
     const uint64_t room = size - 8;
     std::fill(payload, payload + room, 0);
+    const auto& later = mediaServices().deferThumbnail;
+    if (later && later(movie, kMakerThumbnailWidth, room)) return;
     ByteArray jpeg;
     const auto& thumbnail = mediaServices().thumbnail;
-    if (thumbnail && thumbnail(movie, jpeg, kThumbnailWidth, room) && jpeg.size <= room) {
+    if (thumbnail && thumbnail(movie, jpeg, kMakerThumbnailWidth, room) && jpeg.size <= room) {
         std::copy(jpeg.data, jpeg.data + jpeg.size, payload);
     } else {
         std::memcpy(box + 4, "free", 4);

@@ -1,13 +1,6 @@
 #pragma once
 
-// The entry point of the tavrel-media plugin: 1 with the movie's frame rate
-// and decoded picture size, 0 when the movie cannot be described.
-extern "C" {
-using DescribeMovieFn = int (*)(const char* path, float* frameRate, int* width, int* height);
-}
-inline constexpr const char* kDescribeMovieSymbol = "tavrel_describe_movie";
-
-// Loads the plugin from beside the running program and installs its
-// description into the media services; false (nothing installed) when the
-// plugin is missing or unusable.
+// The summaries' decoded description of a movie, for the sizes a movie does
+// not declare: installs into the media services a description that loads
+// the media plug-in (app/media_plugin.h) when it is first asked. Always true.
 bool loadMediaPlugin();

@@ -35,7 +35,7 @@ cmake --install "$build" --prefix "$work/prefix" >/dev/null
 expected="bin/tavrel
 bin/tavrel-batch
 bin/tavrel-dump
-lib/tavrel/libtavrel-media.so
+lib/tavrel/tavrel-media.so
 share/bash-completion/completions/tavrel
 share/bash-completion/completions/tavrel-batch
 share/bash-completion/completions/tavrel-dump

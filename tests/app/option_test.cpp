@@ -9,7 +9,6 @@
 #include "app/caught.h"
 #include "app/option.h"
 #include "foundation/utility.h"
-#include "meta/media_services.h"
 #include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 
@@ -36,18 +35,18 @@ Parsed parse(std::vector<std::wstring> words) {
     return p;
 }
 
-// A source movie whose probe reports the given picture and rate.
+// A source movie that declares the given picture (in its track header, a
+// height of half the width) and rate (in its time-to-sample table).
 struct ProbedSource {
     ProbedSource(int width, float rate, const Bytes& sampleEntry = {}) {
-        mediaServices().describe = [=](const std::wstring&, MovieDescription& out) {
-            out = {rate, width, width / 2};
-            return true;
-        };
-        const Bytes entries = sampleEntry.empty() ? Bytes() : box("moov", container("trak", {container("mdia",
-                                  {container("minf", {container("stbl", {stsd({sampleEntry})})})})}));
-        movie = std::make_unique<MovieFile>(buildMovie({}) + entries);
+        const uint32_t w = static_cast<uint32_t>(width);
+        const Bytes entry = sampleEntry.empty() ? box("avc1", Bytes(78, '\0')) : sampleEntry;
+        const Bytes stbl = container("stbl", {stsd({entry}), stts({{1, 100}})});
+        const Bytes mdia = container("mdia", {mdhd(0, 0, static_cast<uint32_t>(std::lround(rate * 100)), 100),
+                                              hdlr("vide", "video"), container("minf", {stbl})});
+        movie = std::make_unique<MovieFile>(buildMovie({}) +
+                                            box("moov", container("trak", {tkhd(0, 0, w, w / 2), mdia})));
     }
-    ~ProbedSource() { mediaServices().describe = nullptr; }
     std::wstring path() const { return movie->wpath(); }
     std::unique_ptr<MovieFile> movie;
 };

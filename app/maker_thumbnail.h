@@ -1,0 +1,42 @@
+#pragma once
+
+// The newest cameras' maker thumbnail in a metadata run: the source's first
+// frame, made on a thread of its own while the run checks, reads and copies
+// the movie (loading the media libraries and decoding the frame cost more
+// than the rest of such a run), and put into the output's zero-filled box
+// once the copy is written.
+#include <cstddef>
+#include <future>
+#include <string>
+
+#include "foundation/byte_array.h"
+#include "meta/media_services.h"
+
+class EarlyThumbnail {
+public:
+    // Starts making the thumbnail of movie for a box of room payload bytes.
+    // While this object lives, the user-data copy leaves that box for it.
+    EarlyThumbnail(const std::wstring& movie, size_t room);
+    // Waits for the thread and puts the services back.
+    ~EarlyThumbnail();
+    EarlyThumbnail(const EarlyThumbnail&) = delete;
+    EarlyThumbnail& operator=(const EarlyThumbnail&) = delete;
+
+    // Puts the thumbnail into output's box, as the copy would have: the
+    // JPEG at the start of the payload, or, when none was made or none
+    // fits, the box turned into free space. True when the copy left no box
+    // for it; false when the box is not where and as the copy left it.
+    bool finish(const std::wstring& output);
+
+private:
+    struct Made {
+        bool ok = false;
+        ByteArray jpeg;
+    };
+
+    std::wstring movie_;
+    size_t room_;
+    std::future<Made> made_;
+    bool deferred_ = false;
+    decltype(MediaServices::deferThumbnail) previous_;
+};
