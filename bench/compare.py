@@ -7,7 +7,8 @@ usage: compare.py RUNS [--before 'SETUP'] [--warmup N] [--json FILE]
        (a command may use {run} for the run's index; SETUP runs untimed
        before every timed command, e.g. to remove the previous output;
        N untimed rounds of every command come first; FILE receives each
-       label's median seconds and peak KiB for scripts to compute with)
+       label's median seconds and peak KiB, and every run's wall and CPU
+       (user + system) seconds, for scripts to compute with)
 """
 import json
 import os
@@ -25,6 +26,7 @@ def run_once(command):
     elapsed = time.perf_counter() - start
     if os.waitstatus_to_exitcode(status) != 0:
         raise SystemExit(f"command failed: {command}")
+    run_once.cpu = usage.ru_utime + usage.ru_stime
     return elapsed, usage.ru_maxrss  # kilobytes
 
 
@@ -50,6 +52,7 @@ def main():
             run_once(command.replace("{run}", str(i)))
     times = {label: [] for label, _ in pairs}
     memory = {label: [] for label, _ in pairs}
+    cpu = {label: [] for label, _ in pairs}
     for i in range(runs):
         order = pairs if i % 2 == 0 else list(reversed(pairs))
         for label, command in order:
@@ -58,6 +61,7 @@ def main():
             t, rss = run_once(command.replace("{run}", str(i)))
             times[label].append(t)
             memory[label].append(rss)
+            cpu[label].append(run_once.cpu)
     base = pairs[0][0]
     base_t = statistics.median(times[base])
     base_m = statistics.median(memory[base])
@@ -69,7 +73,7 @@ def main():
     if json_path:
         with open(json_path, "w") as out:
             json.dump({label: {"seconds": statistics.median(times[label]), "times": times[label],
-                               "peak_kib": statistics.median(memory[label])}
+                               "cpu_times": cpu[label], "peak_kib": statistics.median(memory[label])}
                        for label, _ in pairs}, out)
 
 
