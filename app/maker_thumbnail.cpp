@@ -35,7 +35,9 @@ const MP4::BOX* thumbnailBox(MP4::Container& container) {
 EarlyThumbnail::EarlyThumbnail(const std::wstring& movie, size_t room) : movie_(movie), room_(room) {
     made_ = std::async(std::launch::async, [movie, room] {
         Made made;
-        if (MediaPlugin* plugin = mediaPlugin()) made.ok = plugin->thumbnailBytes(movie, made.jpeg, kMakerThumbnailWidth, room);
+        if (MediaPlugin* plugin = mediaPlugin()) {
+            made.ok = plugin->thumbnailBytes(movie, made.jpeg, kMakerThumbnailWidth, room);
+        }
         return made;
     });
     MediaServices& services = mediaServices();

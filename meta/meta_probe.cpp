@@ -95,14 +95,16 @@ MP4::SampleSpan fragmentSamples(MP4::Container& container, uint32_t trackId) {
     bool first = true;
     container.find("moov.mvex", [&](MP4::BOX& mvex) {
         const std::string payload = readBoxPayload(container, mvex, kMaxSampleDescriptions);
-        if (first) defaultDuration = MP4::trexDefaultDuration(reinterpret_cast<const uint8_t*>(payload.data()), payload.size(), trackId);
+        const auto* bytes = reinterpret_cast<const uint8_t*>(payload.data());
+        if (first) defaultDuration = MP4::trexDefaultDuration(bytes, payload.size(), trackId);
         first = false;
         return false;
     });
     for (const auto& box : container.root()->children) {
         if (!box->isType(MP4::fourcc("moof"))) continue;
         const std::string payload = readBoxPayload(container, *box, kMaxFragmentHeader);
-        MP4::addFragmentSamples(reinterpret_cast<const uint8_t*>(payload.data()), payload.size(), trackId, defaultDuration, span);
+        const auto* bytes = reinterpret_cast<const uint8_t*>(payload.data());
+        MP4::addFragmentSamples(bytes, payload.size(), trackId, defaultDuration, span);
     }
     return span;
 }
@@ -208,8 +210,8 @@ void MetaProbe::readFrameDescription(MP4::Container& container) {
     const MP4::TKHD* tkhd = firstOf<MP4::TKHD>(*track, "tkhd");
     const MP4::SampleSpan fragments = tkhd != nullptr ? fragmentSamples(container, tkhd->trackId) : MP4::SampleSpan();
     if (mdhd != nullptr) {
-        frameRate = MP4::nominalFrameRate(mdhd->timeScale, stts != nullptr ? stts->entries : std::vector<MP4::STTS::Entry>(),
-                                          fragments);
+        const std::vector<MP4::STTS::Entry> none;
+        frameRate = MP4::nominalFrameRate(mdhd->timeScale, stts != nullptr ? stts->entries : none, fragments);
     }
 
     if (const MP4::BOX* entry = firstSampleEntry(*track)) {

@@ -74,7 +74,8 @@ void addFragmentSamples(const uint8_t* moof, size_t size, uint32_t trackId, uint
                     continue;
                 }
                 // Duration, then size, flags and composition offset as present.
-                const uint64_t others = 4 * uint64_t(((flags & 0x200) != 0) + ((flags & 0x400) != 0) + ((flags & 0x800) != 0));
+                const uint64_t others =
+                    4 * uint64_t(((flags & 0x200) != 0) + ((flags & 0x400) != 0) + ((flags & 0x800) != 0));
                 for (uint32_t i = 0; i < count && f.has(4 + others); ++i) {
                     add(span, f.next(), 1);
                     f.skip(others);

@@ -48,8 +48,9 @@ TEST(FrameDescription, RealWorldMoviesWithVideo) {
     const fs::path folder = fs::path(TAVREL_SOURCE_DIR) / "tests/data/realworld/files";
     int movies = 0;
     for (const auto& entry : fs::directory_iterator(folder)) {
-        const auto r = testsupport::runCommand("ffprobe -v error -select_streams v:0 -show_entries stream=index -of csv=p=0 " +
-                                               testsupport::shellQuote(entry.path().string()));
+        const auto r = testsupport::runCommand(
+            "ffprobe -v quiet -select_streams v:0 -show_entries stream=index -of csv=p=0 " +
+            testsupport::shellQuote(entry.path().string()));
         if (r.status != 0 || r.output.empty()) continue;
         expectLibrariesAgree(entry.path());
         ++movies;
@@ -75,10 +76,11 @@ TEST(FrameDescription, CroppedAndOddSizes) {
     };
     for (const auto& m : movies) {
         const fs::path out = dir.file(m.name);
-        const auto r = testsupport::runCommand(std::string("ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=") +
-                                               m.size + ":rate=" + m.rate + " -frames:v 4 " + m.codec +
-                                               " -preset ultrafast -x265-params log-level=error " + testsupport::shellQuote(out.string()),
-                                               true);
+        const std::string command = std::string("ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=") + m.size +
+                                    ":rate=" + m.rate + " -frames:v 4 " + m.codec +
+                                    " -preset ultrafast -x265-params log-level=error " +
+                                    testsupport::shellQuote(out.string());
+        const auto r = testsupport::runCommand(command, true);
         ASSERT_EQ(r.status, 0) << r.output;
         expectLibrariesAgree(out);
     }

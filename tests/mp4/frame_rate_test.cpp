@@ -30,7 +30,9 @@ TEST(NominalFrameRate, TablesWithoutDuration) {
 namespace {
 
 std::string be32(uint32_t v) { return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; }
-std::string box(const char* type, const std::string& payload) { return be32(uint32_t(payload.size() + 8)) + type + payload; }
+std::string box(const char* type, const std::string& payload) {
+    return be32(uint32_t(payload.size() + 8)) + type + payload;
+}
 
 // tfhd for a track, with a default duration when one is given.
 std::string tfhd(uint32_t track, uint32_t duration = 0) {
