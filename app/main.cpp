@@ -11,6 +11,7 @@
 #include "app/run_driver.h"
 #include "app/version.h"
 #include "foundation/console.h"
+#include "foundation/notices.h"
 #include "foundation/pending_output.h"
 #include "foundation/utility.h"
 #include "foundation/wchar.h"
@@ -59,6 +60,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
+    QVMX::Notices::install(QVMX::Notices::toConsole());
     installMediaServices();
     QVMX::PendingOutput::installInterruptHandler();
     return run(argc, argv);

@@ -36,7 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     unsigned char* exact = new unsigned char[length];
     if (length != 0) std::memcpy(exact, payload, length);
     unsigned long converted = length;
-    delete[] AxisTiltStream::convert(exact, converted);
+    const QVMX::Result<unsigned char*> v2 = AxisTiltStream::convert(exact, converted);
+    if (v2) delete[] *v2;
     delete[] exact;
 
     // Frames from the payload's floats; the compass index from the count.

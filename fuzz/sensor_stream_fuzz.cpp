@@ -55,9 +55,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     unsigned short value = 0;
     std::vector<AccelSensorStreamEmbed::Gyro> gyro;
-    AccelSensorStreamEmbed::loadZ83_KDTB(container, gyro, value);
+    (void)AccelSensorStreamEmbed::loadZ83_KDTB(container, gyro, value);
     AccelSensorStreamEmbed stream;
-    stream.loadZ83(container, divisor);
+    (void)stream.loadZ83(container, divisor);
     for (int i = -1; i <= int(std::min<size_t>(stream.samples.size(), 4)); ++i) stream.axis(i);
     return 0;
 }

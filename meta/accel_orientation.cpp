@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "foundation/console.h"
 #include "meta/accel_sensor_stream.h"
 #include "meta/truncate.h"
 
@@ -16,7 +15,7 @@ constexpr float kTiny = 0.0001f;
 
 }  // namespace
 
-bool AccelSensorStreamEmbed::loadZ83(MP4::Container& container, int divisor) {
+QVMX::Status AccelSensorStreamEmbed::loadZ83(MP4::Container& container, int divisor) {
     samples.clear();
     reserved1 = 0;
     reversed = false;
@@ -26,11 +25,13 @@ bool AccelSensorStreamEmbed::loadZ83(MP4::Container& container, int divisor) {
     std::vector<Ecompass> compass;
     std::vector<TopBottomCorrection> accel;
     unsigned short value = 0;
-    loadZ83_KDT_xyzt(container, Ecompass::kBox, compass, value);
-    loadZ83_KDT_xyzt(container, TopBottomCorrection::kBox, accel, value);
+    const QVMX::Status compassLoaded = loadZ83_KDT_xyzt(container, Ecompass::kBox, compass, value);
+    const QVMX::Status accelLoaded = loadZ83_KDT_xyzt(container, TopBottomCorrection::kBox, accel, value);
     if (compass.empty() || accel.empty() || compass.size() != accel.size()) {
-        QVMX::Console::out(L"KDTC/KDTD is not same size.");
-        return false;
+        // A box too short to read says more than the counts that follow from it.
+        if (!compassLoaded) return compassLoaded;
+        if (!accelLoaded) return accelLoaded;
+        return QVMX::Failure{L"KDTC/KDTD", L"not the same number of records"};
     }
 
     count = int32_t(compass.size());
@@ -53,7 +54,7 @@ bool AccelSensorStreamEmbed::loadZ83(MP4::Container& container, int divisor) {
         samples.push_back(info);
     }
     detectReverse();
-    return size_t(uint32_t(count)) == samples.size();
+    return {};
 }
 
 QVMX::Vector3 AccelSensorStreamEmbed::axis(int index) const {

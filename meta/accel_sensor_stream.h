@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "foundation/failure.h"
 #include "meta/vector_math.h"
 
 namespace MP4 {
@@ -65,18 +66,21 @@ public:
         int16_t temperature = 0;  // the stream carries none; 20 is assumed
     };
 
-    static void loadZ83_KDTB(MP4::Container& container, std::vector<Gyro>& out, unsigned short& value);
-    static void loadZ83_KDTC(MP4::Container& container, std::vector<Ecompass>& out, unsigned short& value);
-    static void loadZ83_KDTD(MP4::Container& container, std::vector<TopBottomCorrection>& out,
-                             unsigned short& value);
+    static QVMX::Status loadZ83_KDTB(MP4::Container& container, std::vector<Gyro>& out, unsigned short& value);
+    static QVMX::Status loadZ83_KDTC(MP4::Container& container, std::vector<Ecompass>& out,
+                                     unsigned short& value);
+    static QVMX::Status loadZ83_KDTD(MP4::Container& container, std::vector<TopBottomCorrection>& out,
+                                     unsigned short& value);
     // Appends the records of every "moov.udta.<name>" box to out; no box
-    // is read past its end.
+    // is read past its end. A box too short for its header is skipped, and
+    // the first such box is the failure returned (the others are still read).
     template <typename T>
-    static void loadZ83_KDT_xyzt(MP4::Container& container, const char* name, std::vector<T>& out,
-                                 unsigned short& value);
+    static QVMX::Status loadZ83_KDT_xyzt(MP4::Container& container, const char* name, std::vector<T>& out,
+                                         unsigned short& value);
 
-    // Loads "KDTC" and "KDTD" and builds one sample per record pair.
-    bool loadZ83(MP4::Container& container, int rateDivisor);
+    // Loads "KDTC" and "KDTD" and builds one sample per record pair; fails
+    // when they do not hold the same number of records.
+    QVMX::Status loadZ83(MP4::Container& container, int rateDivisor);
 
     // Sample index clamped to the stream, with bias (and, when switched on,
     // temperature) correction; (0, 0, 0) for an empty stream.

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
+#include "foundation/wide_format.h"
 #include "meta/byte_order.h"
 #include "meta/truncate.h"
 
@@ -14,6 +15,10 @@ constexpr float kPi = 3.1415927f;
 int32_t degrees(float radians) { return meta::truncateToInt32(radians * 180.0f / kPi); }
 
 void putBE32(uint8_t* p, uint32_t v) { meta::store32(p, v, true); }
+
+QVMX::Failure wrongLength(const wchar_t* format, uint64_t expected) {
+    return {L"AXIS", QVMX::format(format, long(expected))};
+}
 
 }  // namespace
 
@@ -54,12 +59,11 @@ unsigned char* AxisTiltStream::toBinary(unsigned long& size) const {
     return out;
 }
 
-unsigned char* AxisTiltStream::convert(unsigned char* payload, unsigned long& size) {
+QVMX::Result<unsigned char*> AxisTiltStream::convert(const unsigned char* payload, unsigned long& size) {
     const uint64_t count = payload != nullptr && size >= 8 ? meta::load32(payload + 4, true) : 0;
     const uint64_t expected = kHeaderV1 + kRecordV1 * count;
     if (payload == nullptr || size != expected) {
-        QVMX::Console::out(L"Not enough length for V1. required %ld.\n", long(expected));
-        return nullptr;
+        return wrongLength(L"Not enough length for V1. required %ld.", expected);
     }
     const unsigned long newSize = AXIS_HEADER_V2::kSize + kRecordV2 * count;
     unsigned char* out = new unsigned char[newSize]();
@@ -73,22 +77,27 @@ unsigned char* AxisTiltStream::convert(unsigned char* payload, unsigned long& si
 }
 
 unsigned long AxisTiltStream::trim(unsigned char*& data, unsigned long size, unsigned int start, unsigned int count) {
-    if (data == nullptr || size < AXIS_HEADER_V2::kSize) return 0;
+    const QVMX::Result<unsigned long> length = trimRecords(data, size, start, count);
+    if (length) return *length;
+    QVMX::Notices::postLine(length.failure().cause + L"\n");
+    return 0;
+}
+
+QVMX::Result<unsigned long> AxisTiltStream::trimRecords(unsigned char*& data, unsigned long size, unsigned int start,
+                                                        unsigned int count) {
+    if (data == nullptr || size < AXIS_HEADER_V2::kSize) return 0ul;
     static constexpr uint8_t kVersion1Flag0[4] = {0, 1, 0, 0};
     if (std::memcmp(data, kVersion1Flag0, 4) == 0) {
-        unsigned char* converted = convert(data, size);
-        if (converted == nullptr) return 0;
+        const QVMX::Result<unsigned char*> converted = convert(data, size);
+        if (!converted) return converted.failure();
         delete[] data;
-        data = converted;
+        data = *converted;
     }
     const uint32_t n = meta::load32(data + 4, true);
     const uint64_t expected = AXIS_HEADER_V2::kSize + uint64_t(kRecordV2) * n;
-    if (size != expected) {
-        QVMX::Console::out(L"Not enough length. required %ld.\n", long(expected));
-        return 0;
-    }
+    if (size != expected) return wrongLength(L"Not enough length. required %ld.", expected);
     const uint32_t kept = std::min<uint32_t>(n - start, count);
-    if (n < start || kept == 0) return 0;
+    if (n < start || kept == 0) return 0ul;
     putBE32(data + 4, kept);
     if (start != 0) {
         std::memmove(data + AXIS_HEADER_V2::kSize, data + AXIS_HEADER_V2::kSize + uint64_t(start) * kRecordV2,

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "foundation/failure.h"
+
 class AxisTiltStream {
 public:
     // One frame; angles in radians.
@@ -37,10 +39,16 @@ public:
 
     // Keeps count records from record start on, in place (a version-1 payload
     // is converted first, which replaces data). Returns 32 + 16 x count,
-    // computed from the requested count, or 0 on failure.
+    // computed from the requested count; 0 when there is nothing to keep (or
+    // not even a header); a failure when the payload's length is not the one
+    // its count calls for.
+    static QVMX::Result<unsigned long> trimRecords(unsigned char*& data, unsigned long size, unsigned int start,
+                                                   unsigned int count);
+    // trimRecords with 0 for a failure too, whose cause goes out as a notice.
     static unsigned long trim(unsigned char*& data, unsigned long size, unsigned int start, unsigned int count);
-    // A new version-2 payload for a version-1 payload, or null.
-    static unsigned char* convert(unsigned char* payload, unsigned long& size);
+    // A new[]-allocated version-2 payload for a version-1 payload (size
+    // becomes its length), or why there is none.
+    static QVMX::Result<unsigned char*> convert(const unsigned char* payload, unsigned long& size);
 
     std::vector<AxisCompass> frames;
     bool tiltFlag = false;

@@ -3,7 +3,7 @@
 // caller's bytes, so the block keeps its length and every offset in it.
 #include <exception>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "meta/byte_order.h"
 #include "meta/exif_parser.h"
 
@@ -73,7 +73,7 @@ void ExifParser::updateVideoStabilization(unsigned char* data, unsigned long siz
             meta::store16(entry + 2, kTypeShort, big);
             meta::store32(entry + 4, 1, big);
             meta::store32(entry + 8, encoded, big);
-            QVMX::Console::out(L"Overwrite VideoStabilization(%04x) into %04x.\n", 0x1014u, 0x0109u);
+            QVMX::Notices::post(L"Overwrite VideoStabilization(%04x) into %04x.\n", 0x1014u, 0x0109u);
         });
     } catch (const char*) {
         throw "VideoStabilization override failed.";

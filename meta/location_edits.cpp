@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "geo/gps_info.h"
 #include "geo/location_boxes.h"
 #include "meta/metadata_uuids.h"
@@ -10,22 +10,29 @@
 
 namespace meta {
 
-bool locationEdit(MP4::Container& container, const GPSInfo& gps, MP4::BoxEdit& edit) {
+namespace {
+
+void noLocationBoxes() { QVMX::Notices::post(L"MP4: No location-boxes were appended.\n"); }
+
+}  // namespace
+
+QVMX::Status locationEdit(MP4::Container& container, const GPSInfo& gps, MP4::BoxEdit& edit) {
     ByteArray boxes;
     if (!container.hasBox("moov.udta.@xyz")) boxes.append(geo::xyzBox(gps).view());
     if (!container.hasBox("moov.udta.loci")) boxes.append(geo::lociBox(gps).view());
     if (!container.hasBox("moov.udta.\xA9xyz")) boxes.append(geo::copyrightXyzBox(gps).view());
-    if (boxes.empty() || !container.userDataEdit(boxes, edit)) {
-        QVMX::Console::out(L"MP4: No location-boxes were appended.\n");
-        return false;
-    }
-    return true;
+    if (boxes.empty()) return QVMX::Failure{L"moov.udta", L"holds every location box already"};
+    if (!container.userDataEdit(boxes, edit)) return QVMX::Failure{L"moov", L"no movie box for the user data"};
+    return {};
 }
 
 bool appendLocations(MP4::Container& container, const GPSInfo& gps) {
     if (container.moov() == nullptr || container.mdat() == nullptr) return false;
     std::vector<MP4::BoxEdit> edits(1);
-    if (!locationEdit(container, gps, edits[0])) return true;
+    if (!locationEdit(container, gps, edits[0])) {
+        noLocationBoxes();
+        return true;
+    }
     return container.applyEdits(L"appendLocations", edits);
 }
 
@@ -33,7 +40,10 @@ bool appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo
     if (container.moov() == nullptr || container.mdat() == nullptr) return false;
     std::vector<MP4::BoxEdit> edits(2);
     if (!sphericalVideoXmlEdit(container, xml, edits[0])) return false;
-    if (!locationEdit(container, gps, edits[1])) edits.pop_back();
+    if (!locationEdit(container, gps, edits[1])) {
+        noLocationBoxes();
+        edits.pop_back();
+    }
     return container.applyEdits(L"appendLocationAndSphericalVideoXML", edits);
 }
 

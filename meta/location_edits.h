@@ -4,6 +4,7 @@
 // missing, and a short loci the older cameras wrote taken out.
 #include <string>
 
+#include "foundation/failure.h"
 #include "mp4/box_edits.h"
 
 class GPSInfo;
@@ -13,9 +14,11 @@ class Container;
 
 namespace meta {
 
-// The edit that adds the location boxes the user data lacks; false (with
-// the line saying so) when it has them all.
-bool locationEdit(MP4::Container& container, const GPSInfo& gps, MP4::BoxEdit& edit);
+// The edit that adds the location boxes the user data lacks; a failure when
+// it has them all or there is no movie box to hold them.
+QVMX::Status locationEdit(MP4::Container& container, const GPSInfo& gps, MP4::BoxEdit& edit);
+// Both go on without the location boxes when locationEdit fails, with a
+// notice saying so.
 bool appendLocations(MP4::Container& container, const GPSInfo& gps);
 // The spherical XML and the location boxes in one copy.
 bool appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo& gps, const std::string& xml);

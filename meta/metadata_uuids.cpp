@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "mp4/container.h"
 
 namespace meta {
@@ -26,7 +26,7 @@ bool appendSphericalVideoXML(MP4::Container& container, const std::string& xml) 
 
 bool appendXMP(MP4::Container& container, const std::string& xmp) {
     if (container.hasTopLevelUuid(kXmpUuid)) {
-        QVMX::Console::out(L"MP4: XMP is existed.\n");
+        QVMX::Notices::post(L"MP4: XMP is existed.\n");
         return true;
     }
     return container.appendTopLevel(L"appendXMP", MP4::UUID(kXmpUuid, xmp).to_byteArray());
@@ -34,7 +34,7 @@ bool appendXMP(MP4::Container& container, const std::string& xmp) {
 
 bool appendAxis(MP4::Container& container, const std::string& payload) {
     if (container.hasTopLevelUuid(kAxisUuid)) {
-        QVMX::Console::out(L"MP4: AXIS is existed.\n");
+        QVMX::Notices::post(L"MP4: AXIS is existed.\n");
         return true;
     }
     return container.appendTopLevel(L"appendAxis", MP4::UUID(kAxisUuid, payload).to_byteArray());

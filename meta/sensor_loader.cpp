@@ -2,8 +2,9 @@
 #include <algorithm>
 #include <string>
 
-#include "foundation/console.h"
 #include "foundation/file_io.h"
+#include "foundation/wide_format.h"
+#include "foundation/wchar.h"
 #include "meta/accel_sensor_stream.h"
 #include "mp4/container.h"
 
@@ -53,40 +54,45 @@ void loadBox(QVMX::FileIO& file, const MP4::BOX& box, std::vector<T>& out, unsig
 }  // namespace
 
 template <typename T>
-void AccelSensorStreamEmbed::loadZ83_KDT_xyzt(MP4::Container& container, const char* name, std::vector<T>& out,
-                                              unsigned short& value) {
+QVMX::Status AccelSensorStreamEmbed::loadZ83_KDT_xyzt(MP4::Container& container, const char* name,
+                                                      std::vector<T>& out, unsigned short& value) {
     out.clear();
     value = 0;
+    QVMX::Status status;
     container.find(std::string("moov.udta.") + name, [&](MP4::BOX& box) {
         if (box.size < kMinBoxSize) {
-            QVMX::Console::out(L"%s: Not enough length. except less than %u, but %u.\n", name,
-                               unsigned(kMinBoxSize), unsigned(box.size));
+            if (status) {
+                status = QVMX::Failure{QVMX::wchar::mbs2wcs(name),
+                                       QVMX::format(L"Not enough length. except less than %u, but %u.",
+                                                    unsigned(kMinBoxSize), unsigned(box.size))};
+            }
             return true;
         }
         QVMX::FileIO file(container.path(), 'r');
         if (file.isOpen()) loadBox(file, box, out, value);
         return true;
     });
+    return status;
 }
 
-template void AccelSensorStreamEmbed::loadZ83_KDT_xyzt<AccelSensorStreamEmbed::Gyro>(
+template QVMX::Status AccelSensorStreamEmbed::loadZ83_KDT_xyzt<AccelSensorStreamEmbed::Gyro>(
     MP4::Container&, const char*, std::vector<Gyro>&, unsigned short&);
-template void AccelSensorStreamEmbed::loadZ83_KDT_xyzt<AccelSensorStreamEmbed::Ecompass>(
+template QVMX::Status AccelSensorStreamEmbed::loadZ83_KDT_xyzt<AccelSensorStreamEmbed::Ecompass>(
     MP4::Container&, const char*, std::vector<Ecompass>&, unsigned short&);
-template void AccelSensorStreamEmbed::loadZ83_KDT_xyzt<AccelSensorStreamEmbed::TopBottomCorrection>(
+template QVMX::Status AccelSensorStreamEmbed::loadZ83_KDT_xyzt<AccelSensorStreamEmbed::TopBottomCorrection>(
     MP4::Container&, const char*, std::vector<TopBottomCorrection>&, unsigned short&);
 
-void AccelSensorStreamEmbed::loadZ83_KDTB(MP4::Container& container, std::vector<Gyro>& out,
-                                          unsigned short& value) {
-    loadZ83_KDT_xyzt(container, Gyro::kBox, out, value);
+QVMX::Status AccelSensorStreamEmbed::loadZ83_KDTB(MP4::Container& container, std::vector<Gyro>& out,
+                                                  unsigned short& value) {
+    return loadZ83_KDT_xyzt(container, Gyro::kBox, out, value);
 }
 
-void AccelSensorStreamEmbed::loadZ83_KDTC(MP4::Container& container, std::vector<Ecompass>& out,
-                                          unsigned short& value) {
-    loadZ83_KDT_xyzt(container, Ecompass::kBox, out, value);
+QVMX::Status AccelSensorStreamEmbed::loadZ83_KDTC(MP4::Container& container, std::vector<Ecompass>& out,
+                                                  unsigned short& value) {
+    return loadZ83_KDT_xyzt(container, Ecompass::kBox, out, value);
 }
 
-void AccelSensorStreamEmbed::loadZ83_KDTD(MP4::Container& container, std::vector<TopBottomCorrection>& out,
-                                          unsigned short& value) {
-    loadZ83_KDT_xyzt(container, TopBottomCorrection::kBox, out, value);
+QVMX::Status AccelSensorStreamEmbed::loadZ83_KDTD(MP4::Container& container, std::vector<TopBottomCorrection>& out,
+                                                  unsigned short& value) {
+    return loadZ83_KDT_xyzt(container, TopBottomCorrection::kBox, out, value);
 }

@@ -2,6 +2,7 @@
 // whose counts do not match their length.
 #include <gtest/gtest.h>
 
+#include "foundation/notices.h"
 #include "meta/axis_tilt_stream.h"
 #include "tools/builders/camera_builders.h"
 #include "support/test_files.h"
@@ -78,17 +79,27 @@ TEST(AxisTrim, MovesTheKeptRecordsToTheFrontAfterConvertingVersionOne) {
 // version-2 length).
 TEST(AxisTrim, NothingToKeepAndLyingCountsReturnZero) {
     const Bytes in = axisPayloadV2({false, -1, records(5)});
-    ConsoleCapture console;
+    QVMX::Notices::Capture notices;
     const std::tuple<Bytes, unsigned, unsigned> cases[] = {
         {in, 5, 3}, {in, 0, 0}, {in.substr(0, 31), 0, 1},
         {axisPayloadV2({false, -1, records(5), 0xFFFFFFFF}), 0, 1}, {axisPayloadV2({false, -1, records(5), 4}), 0, 1},
         {axisPayloadV1({true, -1, records(5)}), 0, 1}, {axisPayloadV1({false, -1, records(5), 9}), 0, 1}};
     for (const auto& [payload, start, count] : cases) EXPECT_EQ(trimmed(payload, start, count).result, 0u);
-    EXPECT_EQ(console.text(),
-              "Not enough length. required 68719476752.\n"
-              "Not enough length. required 96.\n"
-              "Not enough length. required 112.\n"
-              "Not enough length for V1. required 124.\n");
+    EXPECT_EQ(notices.text(),
+              L"Not enough length. required 68719476752.\n"
+              L"Not enough length. required 96.\n"
+              L"Not enough length. required 112.\n"
+              L"Not enough length for V1. required 124.\n");
+
+    // Nothing to keep is no failure; a wrong length is, naming the payload.
+    unsigned char* copy = new unsigned char[in.size()];
+    std::copy(in.begin(), in.end(), copy);
+    const QVMX::Result<unsigned long> none = AxisTiltStream::trimRecords(copy, in.size(), 5, 3);
+    EXPECT_TRUE(none && *none == 0u);
+    const QVMX::Result<unsigned long> wrong = AxisTiltStream::trimRecords(copy, in.size() - 1, 0, 1);
+    ASSERT_FALSE(wrong);
+    EXPECT_EQ(wrong.failure().text(), L"AXIS: Not enough length. required 112.");
+    delete[] copy;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "exif_test_util.h"
+#include "foundation/notices.h"
 #include "support/test_files.h"
 
 using namespace builders;
@@ -73,14 +74,14 @@ TEST(UpdateSphereAdjZenith, AStoredOneIsNeverTurnedOff) {
 TEST(UpdateVideoStabilization, ZeroExistingEntryAndSlot) {
     const Bytes stored = makerExifBlock({.videoStabilization = 4, .stabilizationSlot = true});
     EXPECT_EQ(patched(stored, Patch::Stabilization, 0), stored);
-    ConsoleCapture console;
+    QVMX::Notices::Capture notices;
     EXPECT_EQ(changed(stored, patched(stored, Patch::Stabilization, 5)),
               (std::vector<size_t>{valueField(stored, 0x1014) + 1}));
-    EXPECT_EQ(console.text(), "");
+    EXPECT_EQ(notices.text(), L"");
 
     const Bytes before = makerExifBlock({.stabilizationSlot = true});
     const Bytes after = patched(before, Patch::Stabilization, 3);
-    EXPECT_EQ(console.text(), "Overwrite VideoStabilization(1014) into 0109.\n");
+    EXPECT_EQ(notices.text(), L"Overwrite VideoStabilization(1014) into 0109.\n");
     const size_t entry = before.find(be16(0x0109) + be16(10) + be32(3));
     ASSERT_NE(entry, Bytes::npos);
     EXPECT_EQ(after.substr(entry, 12), be16(0x1014) + be16(3) + be32(1) + be32(0x00030000));

@@ -2,6 +2,7 @@
 // that lie, and the accelerometer/compass pairing of loadZ83.
 #include <gtest/gtest.h>
 
+#include "foundation/notices.h"
 #include "meta/accel_sensor_stream.h"
 #include "mp4/container.h"
 #include "tools/builders/camera_builders.h"
@@ -26,7 +27,7 @@ struct Movie {
     }
     std::vector<Stream::TopBottomCorrection> accel(unsigned short& value) {
         std::vector<Stream::TopBottomCorrection> out;
-        Stream::loadZ83_KDTD(container, out, value);
+        (void)Stream::loadZ83_KDTD(container, out, value);
         return out;
     }
 };
@@ -42,7 +43,7 @@ TEST(SensorLoad, BothByteOrdersGiveTheSameRecordsAndEveryBoxIsAppended) {
                 accelBox({kAccel[0]}, {order, 2}));
         std::vector<Stream::Ecompass> compass;
         unsigned short value = 0;
-        Stream::loadZ83_KDTC(m.container, compass, value);
+        EXPECT_TRUE(Stream::loadZ83_KDTC(m.container, compass, value));
         ASSERT_EQ(compass.size(), 2u);
         EXPECT_TRUE(value == 0x0B0A && compass[0].y == -2.25f && compass[0].t == 0x0102030405060708ull);
         const auto accel = m.accel(value);
@@ -50,19 +51,21 @@ TEST(SensorLoad, BothByteOrdersGiveTheSameRecordsAndEveryBoxIsAppended) {
         EXPECT_EQ(value, 2);  // the last box's value wins
         EXPECT_EQ(accel[0].z, -32768);
         std::vector<Stream::Gyro> gyro;
-        Stream::loadZ83_KDTB(m.container, gyro, value);
+        EXPECT_TRUE(Stream::loadZ83_KDTB(m.container, gyro, value));
         EXPECT_EQ(gyro.at(0).z, 0x80000000u);
     }
 }
 
 TEST(SensorLoad, ShortBoxesAndCountsBeyondTheBox) {
     const Bytes shortBox = box("KDTC", Bytes(15, '\0'));  // 23 bytes
-    Movie m(shortBox + compassBox(kCompass));
+    Movie m(shortBox + compassBox(kCompass) + shortBox);
     ConsoleCapture console;
     std::vector<Stream::Ecompass> out;
     unsigned short value = 9;
-    Stream::loadZ83_KDTC(m.container, out, value);
-    EXPECT_EQ(console.text(), "KDTC: Not enough length. except less than 24, but 23.\n");
+    const QVMX::Status loaded = Stream::loadZ83_KDTC(m.container, out, value);
+    ASSERT_FALSE(loaded);
+    EXPECT_EQ(loaded.failure().text(), L"KDTC: Not enough length. except less than 24, but 23.");
+    EXPECT_EQ(console.text(), "");
     EXPECT_EQ(out.size(), 2u);  // the next box is still read
 
     for (const uint32_t claimed : {3u, 0xFFFFFFFFu}) {
@@ -89,10 +92,16 @@ TEST(LoadZ83, CountsMustMatch) {
     Movie m(compassBox(std::vector<CompassSample>(16)) + accelBox(std::vector<AccelSample>(15)));
     Stream s;
     s.samples.resize(3);
-    ConsoleCapture console;
-    EXPECT_FALSE(s.loadZ83(m.container, 1));
-    EXPECT_EQ(console.text().substr(console.text().find("KDTC")), "KDTC/KDTD is not same size.");
+    const QVMX::Status loaded = s.loadZ83(m.container, 1);
+    ASSERT_FALSE(loaded);
+    EXPECT_EQ(loaded.failure().where, L"KDTC/KDTD");
     EXPECT_TRUE(s.samples.empty());
+
+    // A compass box too short to read is named rather than the counts.
+    Movie cut(box("KDTC", Bytes(15, '\0')) + accelBox(kAccel));
+    const QVMX::Status cutLoaded = s.loadZ83(cut.container, 1);
+    ASSERT_FALSE(cutLoaded);
+    EXPECT_EQ(cutLoaded.failure().where, L"KDTC");
 }
 
 }  // namespace
