@@ -1,11 +1,15 @@
 # Sourced by the benchmarks.
 
+# The build the benchmarks use: ./build unless TAVREL_BENCH_BUILD names
+# another build folder.
+build=${TAVREL_BENCH_BUILD:-build}
+
 # Installs what is missing, configures the ordinary build and builds the
 # given targets; then makes the work folder $work, removed on exit.
 prepare_bench() {
   bash tools/setup.sh
-  cmake -S . -B build -G Ninja >/dev/null
-  cmake --build build --target "$@" >/dev/null
+  cmake -S . -B "$build" -G Ninja >/dev/null
+  cmake --build "$build" --target "$@" >/dev/null
   work=$(mktemp -d "${TMPDIR:-/tmp}/tavrel-bench-XXXXXX")
   trap 'rm -rf "$work"' EXIT
 }

@@ -16,5 +16,5 @@ echo "movie: $(stat -c %s "$work/tables.mp4") bytes, $samples samples"
 ffprobe -v error -count_packets -show_entries stream=nb_read_packets -of csv=p=0 "$work/tables.mp4"
 
 python3 bench/compare.py "$runs" \
-  tavrel-dump "./build/tools/tavrel-dump $work/tables.mp4" \
+  tavrel-dump "./$build/tools/tavrel-dump $work/tables.mp4" \
   ffprobe "ffprobe -v error -show_format $work/tables.mp4"

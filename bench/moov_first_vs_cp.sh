@@ -14,14 +14,14 @@ prepare_bench tavrel-edit tavrel-dump
 
 big_movie "$work/big.mp4" "$mib" 1280x720
 echo "movie: $(stat -c %s "$work/big.mp4") bytes"
-./build/tools/tavrel-dump "$work/big.mp4" | grep -E "^MP4: <'(moov|mdat)'"
+./$build/tools/tavrel-dump "$work/big.mp4" | grep -E "^MP4: <'(moov|mdat)'"
 
 # Written back and in the page cache, so every contender reads from memory
 # and none pays for the generator's writes.
 sync
 cat "$work/big.mp4" >/dev/null
 
-edit=./build/tools/tavrel-edit
+edit=./$build/tools/tavrel-edit
 python3 bench/compare.py "$runs" --before "rm -f $work/out.mp4" \
   moovFirst "$edit moovfirst $work/big.mp4 $work/out.mp4" \
   cp "cp $work/big.mp4 $work/out.mp4" \

@@ -23,7 +23,7 @@ ffprobe -v error -show_entries stream=codec_name,width,height,sample_rate,channe
 
 # Same work on both sides: H.264 Baseline at the same average bit rate, key
 # frame interval and size, AAC 128k stereo, movie box first.
-tavrel="./build/tools/tavrel-transcode $work/src.mp4 $work/tavrel.mp4 --size=$size --bitrate=$bitrate \
+tavrel="./$build/tools/tavrel-transcode $work/src.mp4 $work/tavrel.mp4 --size=$size --bitrate=$bitrate \
 --keyint=$keyint --audio-bitrate=128000 --channels=2 --moov-first=1"
 ffmpeg="ffmpeg -nostdin -v error -y -i $work/src.mp4 -c:v libx264 -profile:v baseline -b:v $bitrate \
 -g $keyint -s $size -c:a aac -b:a 128k -ac 2 -movflags +faststart $work/ffmpeg.mp4"
