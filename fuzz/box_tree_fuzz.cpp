@@ -90,6 +90,13 @@ void compare(const MP4::BOX& a, const MP4::BOX& b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // A uuid kind that holds boxes, a track among them, as the camera's is.
+    static const bool holder = [] {
+        MP4::registerBoxHolder({0x28, 0xf3, 0x11, 0xe2, 0xb7, 0x91, 0x4f, 0x6f, 0x94, 0xe2, 0x4f, 0x5d, 0xea, 0xcb, 0x3c, 0x01},
+                               MP4::fourcc("KATR"));
+        return true;
+    }();
+    (void)holder;
     fuzzsupport::silenceConsole();
     fuzzsupport::InputFile input(data, size);
     MP4::Container container;

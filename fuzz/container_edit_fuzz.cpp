@@ -16,7 +16,8 @@
 #include "meta/location_edits.h"
 #include "meta/metadata_uuids.h"
 #include "mp4/container.h"
-#include "mp4/spatial_sound.h"
+#include "meta/spatial_block.h"
+#include "meta/spatial_sound.h"
 #include "mp4/uuid_box.h"
 
 namespace {
@@ -26,19 +27,19 @@ using fuzzsupport::readAll;
 using fuzzsupport::wide;
 using fuzzsupport::writeAll;
 
-// Where the first spatial-data block of the movie is, or the whole file.
-void spatialRange(MP4::Container& c, uint64_t& offset, uint64_t& size) {
-    offset = 0;
-    size = c.root() ? c.root()->size : 0;
-    if (!c.root()) return;
-    for (const auto& child : c.root()->children) {
-        const auto* uuid = dynamic_cast<const MP4::UUID*>(child.get());
-        if (uuid != nullptr && uuid->isKind(MP4::SpatialData::_UUID)) {
-            offset = child->start;
-            size = child->size;
-            return;
-        }
+// The source's block (whole, or cut to sound) appended in one batch.
+void appendBlock(MP4::Container& c, const std::string& sourcePath, const meta::SpatialSound* sound) {
+    MP4::Container source;
+    if (!source.attach(wide(sourcePath))) return;
+    auto file = std::make_shared<QVMX::FileIO>(wide(sourcePath), 'r');
+    const meta::SpatialSound none;
+    meta::BlockPlace place;
+    MP4::BoxEdit block;
+    c.beginEdits();
+    if (c.plannedAppendOffset(place.start) && meta::spatialBlockEdit(source, file, sound ? *sound : none, place, block)) {
+        c.appendTopLevel(L"spatialData", std::move(block));
     }
+    c.commitEdits();
 }
 
 const GPSInfo& position() {
@@ -63,29 +64,23 @@ const std::vector<Edit>& edits() {
         [](MP4::Container& c, const std::string&) { meta::appendXMP(c, "<x:xmpmeta/>"); },
         [](MP4::Container& c, const std::string&) { meta::appendAxis(c, std::string(40, 'a')); },
         [](MP4::Container& c, const std::string&) { meta::appendSphericalVideoXML(c, "<rdf:SphericalVideo/>"); },
+        [](MP4::Container& c, const std::string& sourcePath) { appendBlock(c, sourcePath, nullptr); },
         [](MP4::Container& c, const std::string& sourcePath) {
-            uint64_t offset, size;
-            spatialRange(c, offset, size);
-            QVMX::FileIO source(wide(sourcePath), 'r');
-            c.appendSpatialData(source, offset, size);
-        },
-        [](MP4::Container& c, const std::string& sourcePath) {
-            uint64_t offset, size;
-            spatialRange(c, offset, size);
-            MP4::SpatialSound sound;
+            meta::SpatialSound sound;
             sound.attach(wide(sourcePath), 0.01, 0.5);
-            QVMX::FileIO source(wide(sourcePath), 'r');
-            c.trimSpatialData(source, offset, sound);
+            appendBlock(c, sourcePath, &sound);
         },
         [](MP4::Container& c, const std::string&) { meta::appendLocations(c, position()); },
         [](MP4::Container& c, const std::string&) {
             meta::appendLocationAndSphericalVideoXML(c, position(), "<rdf:SphericalVideo/>");
         },
         [](MP4::Container& c, const std::string&) { meta::removeBadLOCI(c); },
-        [](MP4::Container& c, const std::string&) { c.overwriteSpatialDataOffset(64); },
+        [](MP4::Container& c, const std::string&) { meta::locateBlock(c); },
         [](MP4::Container& c, const std::string&) {
-            c.isMdatFirst();
-            c.isSpatialDataExist();
+            c.beginEdits();
+            c.moovFirst();
+            meta::followLocator(c);
+            c.commitEdits();
         },
     };
     return all;
@@ -94,6 +89,7 @@ const std::vector<Edit>& edits() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    meta::knowSpatialBlock();
     fuzzsupport::silenceConsole();
     const std::string dir = fuzzsupport::scratchDirectory();
     const std::string movie = dir + "/movie.mp4";

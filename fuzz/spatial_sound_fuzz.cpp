@@ -7,7 +7,8 @@
 #include "fuzz/fuzz_file.h"
 #include "mp4/box.h"
 #include "mp4/container.h"
-#include "mp4/spatial_sound.h"
+#include "meta/spatial_block.h"
+#include "meta/spatial_sound.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzzsupport::silenceConsole();
@@ -17,7 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const double end = data[1] == 255 ? -1.0 : data[1] / 4.0;
     fuzzsupport::InputFile input(data + 2, size - 2);
 
-    MP4::SpatialSound sound;
+    meta::knowSpatialBlock();
+    meta::SpatialSound sound;
     const bool ok = sound.attach(input.wpath(), start, end);
     if (ok && sound.built) {
         const ByteArray& katr = sound.trimmedKATR;

@@ -1,5 +1,6 @@
 // Reading the source's metadata into the builder, and the adjustments made
 // to it before it is written: the tilt stream, the view and the kept range.
+#include "meta/spatial_block.h"
 #include "meta/meta_builder.h"
 
 #include <algorithm>
@@ -29,6 +30,8 @@ std::string toolName(const char* name, const char* version) {
 
 MetaBuilder::MetaBuilder(const char* name, const char* version, bool useName)
     : creatorTool(toolName(name, version)) {
+    // Before any movie is read: its spatial block is seen with its track.
+    meta::knowSpatialBlock();
     stitchingSoftware = useName ? creatorTool : kDefaultStitchingSoftware;
     init();
 }

@@ -11,7 +11,7 @@
 #include "geo/view_heading.h"
 #include "meta/exif_parser.h"
 #include "meta/spherical_v2.h"
-#include "mp4/spatial_sound.h"
+#include "meta/spatial_sound.h"
 
 class AxisTiltStream;
 
@@ -52,8 +52,9 @@ public:
     bool updateMetaWithoutAddingFullRange(const std::wstring& output, const std::wstring* destination);
 
     void updateSphereXML(MP4::Container& container, bool inPlace);
-    bool replaceUdta(MP4::Container& source, MP4::Container& output, const std::wstring* destination);
-    bool copySpatialData(MP4::Container& source, MP4::Container& output);
+    // The source's user data with the maker record, thumbnail and sensor
+    // streams brought up to date for output.
+    bool userDataCopy(MP4::Container& source, MP4::Container& output, ByteArray& copy);
     // Records the V2 boxes of the video sample entry: ours beside the V1
     // XML, or the source's own projection with only its pose changed.
     bool appendSphericalV2(MP4::Container& output);
@@ -76,7 +77,7 @@ public:
     uint64_t creationTime = 0;
     std::string model;
     std::wstring sourcePath;
-    MP4::SpatialSound spatialSound;
+    meta::SpatialSound spatialSound;
     int32_t topBottomCorrection = ExifParser::TOPBOTTOM_CORRECTION_NOT_PRESENT;
     int32_t videoStabilization = ExifParser::VIDEO_STABILIZATION_NOT_PRESENT;
     uint32_t trimStart = 0;
@@ -91,6 +92,9 @@ public:
     bool hasView = false;
 
 private:
+    // The source's user data in place of the output's, with the spatial
+    // block carried over (or, there already, followed) and KDT9 naming it.
+    bool userDataAndSpatialBlock(MP4::Container& source, MP4::Container& output);
     void readKMKN(MP4::Container& container, const MP4::BOX& box);
     void readUuid(const MP4::BOX& box);
     // The spherical XML with the given view values applied.

@@ -10,6 +10,7 @@
 #include "meta/location_edits.h"
 #include "meta/meta_builder.h"
 #include "meta/sphere_xml_pixels.h"
+#include "meta/spatial_block.h"
 #include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
@@ -58,10 +59,11 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         progress(6, 60.0);
         MP4::Container source;
         if (!source.attach(sourcePath) || !source.isMdatFirst()) return false;
-        if (!replaceUdta(source, out, destination) || !out.commitEdits()) return false;
-        if (!copySpatialData(source, out)) return false;
+        if (!userDataAndSpatialBlock(source, out)) return false;
         progress(8, 80.0);
+        // The packet and the time stamps join the same copy.
         if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
+        if (!out.updateTimeStamp(creationTime) || !out.commitEdits()) return false;
     } else {
         // An output already laid out with the movie box first, or without a
         // bad loci, is no failure: both leave the file as it is. The relayout,
@@ -88,11 +90,9 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         // The packet, the tilt stream and the time stamps join the same copy.
         if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
         if (!axis.empty() && !meta::appendAxis(out, axis)) return false;
+        if (!meta::followLocator(out)) return false;
         if (!out.updateTimeStamp(creationTime) || !out.commitEdits()) return false;
-        progress(10, 100.0);
-        return true;
     }
-    if (!out.updateTimeStamp(creationTime)) return false;
     progress(10, 100.0);
     return true;
 }
@@ -180,19 +180,30 @@ bool MetaBuilder::appendSphericalV2(MP4::Container& output) {
     return output.applyEdits(L"spherical-v2", edits);
 }
 
-bool MetaBuilder::copySpatialData(MP4::Container& source, MP4::Container& output) {
-    const MP4::BOX* block = nullptr;
-    source.find("uuid", [&block](MP4::BOX& box) {
-        const auto* uuid = dynamic_cast<const MP4::UUID*>(&box);
-        if (uuid != nullptr && uuid->isKind(MP4::SpatialData::_UUID)) block = &box;
-        return block == nullptr;
-    });
-    // A source without spatial audio has nothing to carry over.
-    if (block == nullptr) return true;
-    const uint64_t offset = block->start;
-    const uint64_t size = block->size;
-    QVMX::FileIO file(source.path(), 'r');
-    if (!file.isOpen()) return false;
-    if (spatialSound.built) return output.trimSpatialData(file, offset, spatialSound);
-    return output.appendSpatialData(file, offset, size);
+bool MetaBuilder::userDataAndSpatialBlock(MP4::Container& source, MP4::Container& output) {
+    ByteArray userData;
+    std::vector<MP4::BoxEdit> edits(1);
+    if (!userDataCopy(source, output, userData) || !output.userDataReplacement(userData, edits[0])) return false;
+    meta::BlockPlace place;
+    if (const MP4::BOX* there = meta::spatialBlock(output)) {
+        // The output is the source itself: the block stays where it is in
+        // the file, and goes where the edits move it.
+        QVMX::Console::out(L"MP4: SpatialData is existed.\n");
+        if (!output.plannedOffset(there->start, place.start, edits) ||
+            !meta::followLocator(edits[0].bytes, there->start, place.start)) {
+            return false;
+        }
+        return output.applyEdits(L"replaceUdta", edits);
+    }
+    const bool carried = meta::spatialBlock(source) != nullptr;
+    if (!carried) return output.applyEdits(L"replaceUdta", edits);
+    // The block lands behind everything recorded so far, the user data
+    // included.
+    MP4::BoxEdit block;
+    auto file = std::make_shared<QVMX::FileIO>(source.path(), 'r');
+    if (!file->isOpen() || !output.plannedAppendOffset(place.start, edits) ||
+        !meta::spatialBlockEdit(source, file, spatialSound, place, block) || !meta::pointLocator(edits[0].bytes, place)) {
+        return false;
+    }
+    return output.applyEdits(L"replaceUdta", edits) && output.appendTopLevel(L"spatialData", std::move(block));
 }

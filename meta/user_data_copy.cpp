@@ -97,7 +97,7 @@ void trimBox(uint8_t* box, uint64_t size, uint64_t recordSize, uint32_t first, u
 
 }  // namespace
 
-bool MetaBuilder::replaceUdta(MP4::Container& source, MP4::Container& output, const std::wstring*) {
+bool MetaBuilder::userDataCopy(MP4::Container& source, MP4::Container& output, ByteArray& out) {
     const MP4::BOX* udta = nullptr;
     source.find("moov.udta", [&udta](MP4::BOX& box) {
         udta = &box;
@@ -141,5 +141,6 @@ bool MetaBuilder::replaceUdta(MP4::Container& source, MP4::Container& output, co
                     trimCount);
         }
     }
-    return output.replaceUdta(size, ByteArray(copy.data(), size));
+    out = ByteArray(copy.data(), size);
+    return true;
 }

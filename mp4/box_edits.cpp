@@ -105,6 +105,25 @@ uint64_t movedOffset(const std::vector<BoxEdit>& edits, uint64_t offset) {
     return offset + static_cast<uint64_t>(shift);
 }
 
+bool writeEdit(BinFile& destination, const BoxEdit& edit) {
+    if (!destination.writeBytes(edit.bytes.data, edit.bytes.size)) return false;
+    if (!edit.borrowed) return true;
+    const BorrowedBytes& b = *edit.borrowed;
+    return b.file && b.file->seek_set(b.offset) && copyBytes(*b.file, destination, b.size) == b.size &&
+           destination.writeBytes(b.after.data, b.after.size);
+}
+
+std::vector<std::pair<uint64_t, uint64_t>> settledRanges(const std::vector<BoxEdit>& edits) {
+    std::vector<std::pair<uint64_t, uint64_t>> ranges;
+    int64_t shift = 0;
+    for (const auto& e : edits) {
+        const uint64_t at = e.from + static_cast<uint64_t>(shift);
+        if (e.settled) ranges.emplace_back(at, at + e.length());
+        shift += e.delta();
+    }
+    return ranges;
+}
+
 bool editsFit(const std::vector<BoxEdit>& edits, uint64_t length) {
     uint64_t cursor = 0;
     for (const auto& e : edits) {
@@ -132,7 +151,7 @@ bool copyWithEdits(BinFile& source, BinFile& destination, const std::vector<BoxE
         if (copyBytes(source, destination, e.from - cursor) != e.from - cursor) return false;
         if (first) position = destination.position();
         first = false;
-        if (!destination.writeBytes(e.bytes.data, e.bytes.size)) return false;
+        if (!writeEdit(destination, e)) return false;
         cursor = e.to;
     }
     if (first) position = length;
@@ -294,13 +313,13 @@ bool Relayout::copy(BinFile& source, BinFile& destination) const {
             if (!source.seek_set(cursor) || copyBytes(source, destination, e->from - cursor) != e->from - cursor) {
                 return false;
             }
-            if (!destination.writeBytes(e->bytes.data, e->bytes.size)) return false;
+            if (!writeEdit(destination, *e)) return false;
             cursor = e->to;
         }
         if (!source.seek_set(cursor) || copyBytes(source, destination, end - cursor) != end - cursor) return false;
     }
     for (const BoxEdit* e : tail) {
-        if (!destination.writeBytes(e->bytes.data, e->bytes.size)) return false;
+        if (!writeEdit(destination, *e)) return false;
     }
     return true;
 }

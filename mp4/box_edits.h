@@ -2,9 +2,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <vector>
 
 #include "foundation/byte_array.h"
+#include "foundation/file_io.h"
 #include "mp4/bin_file.h"
 #include "mp4/box.h"
 
@@ -20,19 +23,33 @@ struct BoxSpan {
     bool largeSize = false;
 };
 
-// The source bytes [from, to) give way to bytes (from == to inserts).
+// Bytes of another file, copied rather than held: content too large for
+// memory (a block of audio), then a few bytes more.
+struct BorrowedBytes {
+    std::shared_ptr<QVMX::FileIO> file;
+    uint64_t offset = 0;
+    uint64_t size = 0;
+    ByteArray after;
+};
+
+// The source bytes [from, to) give way to bytes (from == to inserts), and
+// to the borrowed ones after them.
 struct BoxEdit {
     uint64_t from = 0;
     uint64_t to = 0;
     ByteArray bytes;
+    std::optional<BorrowedBytes> borrowed;
+    // The chunk offsets of tables inside what the edit writes are those of
+    // the new file already: the commit leaves them alone.
+    bool settled = false;
     // Start of the box the edit is made at: media data lying after it moves.
     uint64_t anchor = 0;
     // The boxes that hold the edit, innermost first; each changes size by delta().
     std::vector<BoxSpan> holders;
 
-    int64_t delta() const {
-        return static_cast<int64_t>(bytes.size) - static_cast<int64_t>(to - from);
-    }
+    // How many bytes the edit writes.
+    uint64_t length() const { return bytes.size + (borrowed ? borrowed->size + borrowed->after.size : 0); }
+    int64_t delta() const { return static_cast<int64_t>(length()) - static_cast<int64_t>(to - from); }
 };
 
 // Media data keeps its offset modulo this many bytes through every copy the
@@ -59,6 +76,13 @@ bool isPaddingSlot(const BOX& box, const std::vector<BoxEdit>& edits);
 // in front of it. One that is there already is resized or taken out rather
 // than another added, so editing an output again does not grow it.
 void alignMediaData(const NestedBox& root, std::vector<BoxEdit>& edits);
+
+// Writes what the edit puts in place of its source bytes.
+bool writeEdit(BinFile& destination, const BoxEdit& edit);
+
+// Where the bytes of the settled edits land in the new file, the edits
+// sorted by from and made in place (no relayout).
+std::vector<std::pair<uint64_t, uint64_t>> settledRanges(const std::vector<BoxEdit>& edits);
 
 // The end of a box as far as every box above it really holds it.
 uint64_t heldEnd(const BOX& box);

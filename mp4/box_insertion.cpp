@@ -54,7 +54,7 @@ bool Container::commitEdits() {
 
 bool Container::isBeingRemoved(const BOX& box) const {
     return std::any_of(batch_.begin(), batch_.end(), [&box](const BoxEdit& e) {
-        return e.bytes.empty() && e.from <= box.start && box.end() <= e.to && e.from < e.to;
+        return e.length() == 0 && e.from <= box.start && box.end() <= e.to && e.from < e.to;
     });
 }
 
@@ -75,52 +75,52 @@ bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits
         return copyWithEdits(source, destination, edits, position);
     };
     const FixFn grow = [&edits](Container&, BinFile& file) { return resizeHolders(file, edits); };
-    // Every chunk offset moves with the bytes it points at, and the
-    // spatial-data locator follows its block.
-    const BOX* block = spatialDataBlock();
-    const uint64_t blockStart = block != nullptr ? block->start : 0;
-    const FixFn shift = [&edits, block, blockStart](Container& fixed, BinFile& file) {
+    // Every chunk offset moves with the bytes it points at.
+    std::vector<ByteRange> settled;
+    for (const auto& [from, to] : settledRanges(edits)) settled.push_back({from, to});
+    const FixFn shift = [&edits, &settled](Container& fixed, BinFile& file) {
         const OffsetMap where = [&edits](uint64_t from, uint64_t& to) {
             to = movedOffset(edits, from);
             return true;
         };
-        if (!fixed.followChunks(file, where)) return false;
-        return block == nullptr || movedOffset(edits, blockStart) == blockStart ||
-               fixed.followSpatialBlock(file, blockStart);
+        return fixed.followChunks(file, where, settled);
     };
     return modifyContainer(name, copy, grow, shift);
 }
 
 bool Container::replaceUdta(uint64_t size, const ByteArray& bytes) {
-    if (moov_ == nullptr || !moov_->hasChild()) return false;
     // The bytes must be exactly one udta box of that size.
-    if (size != bytes.size || size < 8 || std::memcmp(bytes.data + 4, "udta", 4) != 0) return false;
+    if (size != bytes.size) return false;
+    std::vector<BoxEdit> edits(1);
+    if (!userDataReplacement(bytes, edits[0])) return false;
+    return applyEdits(edits[0].from == edits[0].to ? L"replaceUdta_Append" : L"replaceUdta_Replace", edits);
+}
+
+bool Container::userDataReplacement(const ByteArray& bytes, BoxEdit& edit) {
+    if (moov_ == nullptr || !moov_->hasChild()) return false;
+    const uint64_t size = bytes.size;
+    if (size < 8 || std::memcmp(bytes.data + 4, "udta", 4) != 0) return false;
     const uint32_t declared = readBE32(bytes.data);
     if (declared != size && !(declared == 1 && size >= 16 && readBE64(bytes.data + 8) == size)) {
         return false;
     }
     auto& moov = static_cast<NestedBox&>(*moov_);
-    BoxEdit edit;
+    edit = BoxEdit{};
     edit.bytes = bytes;
     edit.holders = holdersFrom(moov);
-    std::wstring name;
     const auto udta = std::find_if(moov.children.begin(), moov.children.end(),
                                    [](const auto& child) { return child->isType(fourcc("udta")); });
     if (udta != moov.children.end()) {
-        name = L"replaceUdta_Replace";
         edit.from = (*udta)->start;
         edit.to = (*udta)->end();
         edit.anchor = (*udta)->start;
     } else {
         if (moov.children.size() < 3) return false;
-        name = L"replaceUdta_Append";
         const BOX& last = *moov.children.back();
         edit.from = edit.to = last.end();
         edit.anchor = last.start;
     }
-    std::vector<BoxEdit> edits;
-    edits.push_back(std::move(edit));
-    return applyEdits(name, edits);
+    return true;
 }
 
 bool Container::appendAtEnd(const std::wstring& name, const EditFn& write) {
@@ -153,6 +153,12 @@ bool Container::appendTopLevel(const std::wstring& name, const ByteArray& bytes)
     if (!batching_) {
         return appendAtEnd(name, [&bytes](BinFile& file) { return file.writeBytes(bytes.data, bytes.size); });
     }
+    BoxEdit append;
+    append.bytes = bytes;
+    return appendTopLevel(name, std::move(append));
+}
+
+bool Container::appendTopLevel(const std::wstring& name, BoxEdit append) {
     if (!root_) return false;
     std::vector<BoxEdit> edits;
     // Readers find a fragment index from the end of the file: what is
@@ -180,9 +186,8 @@ bool Container::appendTopLevel(const std::wstring& name, const ByteArray& bytes)
             edits.push_back(std::move(size));
         }
     }
-    BoxEdit append;
     append.from = append.to = append.anchor = at;
-    append.bytes = bytes;
+    append.holders.clear();
     edits.push_back(std::move(append));
     return applyEdits(name, edits);
 }

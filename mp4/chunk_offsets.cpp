@@ -1,11 +1,11 @@
 // Box sizes and chunk offsets brought up to date after bytes have moved.
 #include <algorithm>
+#include <functional>
 #include <vector>
 
 #include "mp4/box_edits.h"
 #include "mp4/container.h"
 #include "mp4/sample_table_boxes.h"
-#include "mp4/uuid_box.h"
 
 namespace MP4 {
 
@@ -79,15 +79,29 @@ bool Container::modifyBoxSize(BinFile& file, const BOX& box, int64_t delta) {
     return ok;
 }
 
-bool Container::mapChunkOffsets(BinFile& file, const char* stblPath, const OffsetMap& where, bool& found) {
+std::vector<const STCO*> Container::chunkTables(const char* stblPath) {
     std::vector<const STCO*> tables;
-    for (const char* leaf : {".stco", ".co64"}) {
-        find(std::string(stblPath) + leaf, [&tables](BOX& box) {
-            if (const auto* table = dynamic_cast<const STCO*>(&box)) tables.push_back(table);
-            return true;
-        });
+    if (stblPath != nullptr) {
+        for (const char* leaf : {".stco", ".co64"}) {
+            find(std::string(stblPath) + leaf, [&tables](BOX& box) {
+                if (const auto* table = dynamic_cast<const STCO*>(&box)) tables.push_back(table);
+                return true;
+            });
+        }
+        return tables;
     }
-    found = found || !tables.empty();
+    // Wherever a track lies: in the movie box or in a uuid box that holds one.
+    std::function<void(const BOX&)> visit = [&](const BOX& box) {
+        if (const auto* table = dynamic_cast<const STCO*>(&box)) tables.push_back(table);
+        if (const auto* nested = dynamic_cast<const NestedBox*>(&box)) {
+            for (const auto& child : nested->children) visit(*child);
+        }
+    };
+    if (root_) visit(*root_);
+    return tables;
+}
+
+bool Container::mapChunkOffsets(BinFile& file, const std::vector<const STCO*>& tables, const OffsetMap& where) {
     // Every table is checked before the first is written, so a bad one
     // leaves all of them as they were.
     for (const STCO* table : tables) {
@@ -99,37 +113,21 @@ bool Container::mapChunkOffsets(BinFile& file, const char* stblPath, const Offse
     return true;
 }
 
-bool Container::shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found) {
-    return mapChunkOffsets(
-        file, stblPath, [delta](uint64_t value, uint64_t& moved) { return shifted(value, delta, ~uint64_t(0), moved); },
-        found);
-}
-
-bool Container::followChunks(BinFile& file, const OffsetMap& where) {
-    bool found = false;
-    return mapChunkOffsets(file, kTrackTables, where, found) && mapChunkOffsets(file, kSpatialTables, where, found) &&
-           followFragmentIndex(file, where);
+bool Container::followChunks(BinFile& file, const OffsetMap& where, const std::vector<ByteRange>& settled) {
+    std::vector<const STCO*> tables = chunkTables(nullptr);
+    // A table an edit wrote holds the new file's offsets already.
+    std::erase_if(tables, [&settled](const STCO* table) {
+        return std::any_of(settled.begin(), settled.end(),
+                           [table](const ByteRange& r) { return r.from <= table->start && table->start < r.to; });
+    });
+    return mapChunkOffsets(file, tables, where) && followFragmentIndex(file, where);
 }
 
 bool Container::modifySTCOIndex(BinFile& file, int64_t delta) {
-    bool found = false;
-    const bool ok = shiftChunkOffsets(file, kTrackTables, delta, found);
-    return found && ok;
-}
-
-bool Container::modifySpatialTrakSTCOIndex(BinFile& file, int64_t delta) {
-    bool found = false;
-    const bool ok = shiftChunkOffsets(file, kSpatialTables, delta, found);
-    return found && ok;
-}
-
-BOX* Container::spatialDataBlock() {
-    if (!root_) return nullptr;
-    for (auto& child : root_->children) {
-        const auto* uuid = dynamic_cast<const UUID*>(child.get());
-        if (uuid != nullptr && uuid->isKind(SpatialData::_UUID)) return child.get();
-    }
-    return nullptr;
+    const std::vector<const STCO*> tables = chunkTables(kTrackTables);
+    return !tables.empty() && mapChunkOffsets(file, tables, [delta](uint64_t value, uint64_t& moved) {
+               return shifted(value, delta, ~uint64_t(0), moved);
+           });
 }
 
 }  // namespace MP4

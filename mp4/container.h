@@ -15,7 +15,13 @@
 
 namespace MP4 {
 
-class SpatialSound;
+class STCO;
+
+// A range of bytes of a file, [from, to).
+struct ByteRange {
+    uint64_t from = 0;
+    uint64_t to = 0;
+};
 
 // A movie file and its parsed box tree. Every edit parses the file again
 // afterwards, so no box reference outlives an edit.
@@ -31,9 +37,8 @@ public:
     // Where a byte of the source lies in the new file; false when it has no
     // place there.
     using OffsetMap = std::function<bool(uint64_t from, uint64_t& to)>;
-    // The sample tables of the movie's tracks and of the spatial-data block.
+    // The sample tables of the movie's tracks.
     static constexpr const char* kTrackTables = "moov.trak.mdia.minf.stbl";
-    static constexpr const char* kSpatialTables = "uuid.KATR.mdia.minf.stbl";
 
     Container() = default;
     Container(const Container&) = delete;
@@ -71,15 +76,18 @@ public:
     bool insertBox(const std::wstring& name, const BOX& box, bool replace, const EditFn& writeFn,
                    const FixFn& fixA, const FixFn& fixB);
     bool replaceUdta(uint64_t size, const ByteArray& bytes);
+    // The edit that puts bytes (one whole udta box) in place of the movie's
+    // user data, or at the end of the movie box when it has none.
+    bool userDataReplacement(const ByteArray& bytes, BoxEdit& edit);
     static bool modifyBoxSize(BinFile& file, const BOX& box, int64_t delta);
-    // Both return whether any table was found; a table whose entry count
-    // runs past its box, or whose shifted offsets would leave the file, is
-    // not written and makes the result false.
+    // False when the movie's tracks have no table; a table whose entry
+    // count runs past its box, or whose shifted offsets would leave the
+    // file, is not written and makes the result false.
     bool modifySTCOIndex(BinFile& file, int64_t delta);
-    bool modifySpatialTrakSTCOIndex(BinFile& file, int64_t delta);
     // Every chunk offset of every table, each moved to where its own bytes
-    // went; checked whole before the first is written.
-    bool followChunks(BinFile& file, const OffsetMap& where);
+    // went; checked whole before the first is written. Tables that lie in
+    // a settled range (bytes an edit wrote, offsets already final) are left.
+    bool followChunks(BinFile& file, const OffsetMap& where, const std::vector<ByteRange>& settled = {});
     // The moof offsets of the fragment random-access tables, the same way.
     bool followFragmentIndex(BinFile& file, const OffsetMap& where);
 
@@ -130,10 +138,16 @@ public:
     // A box after every other (in front of a trailing fragment index); in
     // a batch, part of its one copy.
     bool appendTopLevel(const std::wstring& name, const ByteArray& bytes);
-    bool isSpatialDataExist();
-    bool appendSpatialData(QVMX::FileIO& source, uint64_t offset, uint64_t size);
-    bool trimSpatialData(QVMX::FileIO& source, uint64_t offset, SpatialSound& sound);
-    bool overwriteSpatialDataOffset(uint64_t oldOffset);
+    // The same for an edit made elsewhere (bytes borrowed from another file,
+    // settled offsets); its place is set here. Only in a batch.
+    bool appendTopLevel(const std::wstring& name, BoxEdit append);
+    // Where a byte of the source lands once the edits recorded in the
+    // batch so far are committed (a relayout included); false when it has
+    // no place in the new file.
+    // extra: edits about to be recorded, counted as if they were.
+    bool plannedOffset(uint64_t offset, uint64_t& to, const std::vector<BoxEdit>& extra = {}) const;
+    // Where the next appendTopLevel of the batch would land.
+    bool plannedAppendOffset(uint64_t& to, const std::vector<BoxEdit>& extra = {}) const;
 
 
 private:
@@ -152,11 +166,9 @@ private:
     // Writes in place of the trailing index and puts the index back after
     // what was written.
     bool keepIndexLast(BinFile& file, const EditFn& write);
-    // appendAtEnd for a spatial-data block that stood at oldOffset in its
-    // source; its track and KDT9 are then pointed at the new place.
-    bool appendBlock(const std::wstring& name, uint64_t oldOffset, const EditFn& write);
-    bool shiftChunkOffsets(BinFile& file, const char* stblPath, int64_t delta, bool& found);
-    bool mapChunkOffsets(BinFile& file, const char* stblPath, const OffsetMap& where, bool& found);
+    // The chunk-offset tables under stblPath, or every one of the tree.
+    std::vector<const STCO*> chunkTables(const char* stblPath);
+    bool mapChunkOffsets(BinFile& file, const std::vector<const STCO*>& tables, const OffsetMap& where);
     // The order moovFirst writes the top-level boxes in; false when the movie
     // box already comes first (or there is none).
     bool relayoutOrder(std::vector<const BOX*>& order) const;
@@ -164,11 +176,8 @@ private:
     bool relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
     // updateTimeStamp's writes as edits of the batch.
     bool timeStampEdits(uint64_t time);
-    // The top-level spatial-data uuid box, if any.
-    BOX* spatialDataBlock();
-    // After a rewrite moved the spatial-data block from oldStart: a KDT9
-    // locator that named the old place names the new one.
-    bool followSpatialBlock(BinFile& file, uint64_t oldStart);
+    // The batch's edits and extra as its commit makes them, sorted.
+    std::vector<BoxEdit> plannedEdits(const std::vector<BoxEdit>& extra) const;
 
     std::wstring path_;
     std::wstring outputPath_;

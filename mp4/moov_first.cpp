@@ -61,8 +61,8 @@ bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>
                      [](const BoxEdit& a, const BoxEdit& b) { return a.from < b.from; });
     Relayout layout;
     if (!layout.assign(order, edits)) return false;
-    const BOX* block = spatialDataBlock();
-    const uint64_t blockStart = block != nullptr ? block->start : 0;
+    // Offsets inside what an edit writes are not known to the layout.
+    if (std::any_of(edits.begin(), edits.end(), [](const BoxEdit& e) { return e.settled; })) return false;
 
     const CopyFn copy = [&](BinFile& source, BinFile& destination, uint64_t& position) {
         if (!editsFit(edits, source.length()) || !layout.copy(source, destination)) return false;
@@ -72,13 +72,10 @@ bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>
     const FixFn grow = [&](Container&, BinFile& file) {
         return resizeHolders(file, edits, [&layout](uint64_t offset) { return layout.where(offset); });
     };
-    // Each chunk goes wherever the box holding its bytes went; so does the
-    // spatial block.
+    // Each chunk goes wherever the box holding its bytes went.
     const FixFn shift = [&](Container& fixed, BinFile& file) {
         const OffsetMap where = [&layout](uint64_t from, uint64_t& to) { return layout.find(from, to); };
-        if (!fixed.followChunks(file, where)) return false;
-        return block == nullptr || layout.where(blockStart) == blockStart ||
-               fixed.followSpatialBlock(file, blockStart);
+        return fixed.followChunks(file, where);
     };
     return modifyContainer(name, copy, grow, shift);
 }

@@ -1,6 +1,9 @@
 #include "mp4/uuid_box.h"
 
 #include <cwchar>
+#include <mutex>
+#include <optional>
+#include <vector>
 
 #include "foundation/wide_format.h"
 #include "mp4/container_boxes.h"
@@ -8,15 +11,44 @@
 
 namespace MP4 {
 
-const UserType SpatialData::_UUID = {0x28, 0xf3, 0x11, 0xe2, 0xb7, 0x91, 0x4f, 0x6f,
-                                     0x94, 0xe2, 0x4f, 0x5d, 0xea, 0xcb, 0x3c, 0x01};
+namespace {
+
+struct BoxHolder {
+    UserType kind;
+    FourCC track;
+};
+
+// Written at start-up, read by every parse (the parses of one run may
+// happen on two threads).
+std::mutex holdersLock;
+std::vector<BoxHolder>& boxHolders() {
+    static std::vector<BoxHolder> holders;
+    return holders;
+}
+
+// The track type of a registered kind.
+std::optional<FourCC> holderOf(const UserType& kind) {
+    std::lock_guard lock(holdersLock);
+    for (const BoxHolder& h : boxHolders()) {
+        if (h.kind == kind) return h.track;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+void registerBoxHolder(const UserType& kind, FourCC track) {
+    if (holderOf(kind)) return;
+    std::lock_guard lock(holdersLock);
+    boxHolders().push_back({kind, track});
+}
 
 UUID::UUID(const UserType& userType_, std::string_view payload_)
     : NestedBox(0, 0, payload_.size() + kHeaderSize, fourcc("uuid"), nullptr),
       userType(userType_),
       payload(payload_.data(), payload_.size()) {}
 
-bool UUID::hasChild() const { return isKind(SpatialData::_UUID); }
+bool UUID::hasChild() const { return size >= kHeaderSize && holderOf(userType).has_value(); }
 
 bool UUID::describe(Fields& f) {
     f.bytes(userType);
@@ -26,8 +58,8 @@ bool UUID::describe(Fields& f) {
 
 void UUID::parseBox(BinFile& file, uint64_t end_) {
     limitTo(file, end_);
-    // The user type alone first: the spatial-data kind's children, which
-    // hold a whole audio track, are not read as a payload.
+    // The user type alone first: a box holder's children, which may hold a
+    // whole track's data, are not read as a payload.
     auto bytes = readFieldBytes(file, userType.size());
     {
         Fields fields = Fields::from(bytes);
@@ -45,10 +77,8 @@ void UUID::parseBox(BinFile& file, uint64_t end_) {
 }
 
 std::unique_ptr<BOX> UUID::allocChild(BOX& header) {
-    if (hasChild() && header.isType(fourcc("KATR"))) {
-        // The spatial audio track is a complete track box.
-        return std::make_unique<TRAK>(BOX::Header{header});
-    }
+    const auto track = size >= kHeaderSize ? holderOf(userType) : std::nullopt;
+    if (track && header.isType(*track)) return std::make_unique<TRAK>(BOX::Header{header});
     return NestedBox::allocChild(header);
 }
 

@@ -11,8 +11,8 @@ namespace MP4 {
 
 using UserType = std::array<uint8_t, 16>;
 
-// A 'uuid' box: a 24-byte header (size, type, 16-byte user type). The
-// spatial-data kind holds child boxes; every other kind a payload.
+// A 'uuid' box: a 24-byte header (size, type, 16-byte user type). Kinds
+// registered as box holders hold child boxes; every other kind a payload.
 class UUID : public NestedBox {
 public:
     static constexpr uint64_t kHeaderSize = 24;
@@ -24,8 +24,8 @@ public:
     bool hasChild() const override;
     void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
-    // The user type, then the payload (empty for the spatial-data kind,
-    // whose children follow the user type).
+    // The user type, then the payload (empty for a box holder, whose
+    // children follow the user type).
     bool describe(Fields& f) override;
     std::unique_ptr<BOX> allocChild(BOX& header) override;
 
@@ -39,9 +39,10 @@ public:
     ByteArray payload;
 };
 
-// The block that carries the spatial audio track (KADT data, KATR track).
-struct SpatialData {
-    static const UserType _UUID;
-};
+// A kind of uuid box whose payload is child boxes, of which those of type
+// track are complete track boxes (their chunk offsets are followed like the
+// movie's). Registered by the code that knows the kind, before its movies
+// are parsed; registering twice is harmless.
+void registerBoxHolder(const UserType& kind, FourCC track);
 
 }  // namespace MP4

@@ -11,6 +11,7 @@
 #include "foundation/file_io.h"
 #include "foundation/notices.h"
 #include "foundation/wchar.h"
+#include "meta/spatial_block.h"
 #include "mp4/container.h"
 #include "tools/dump_geo.h"
 #include "tools/dump_camera.h"
@@ -81,6 +82,8 @@ int dumpJsonFiles(int count, char** paths) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
+    // A camera's spatial block is read with its track.
+    meta::knowSpatialBlock();
     const bool summary = argc >= 2 && std::string(argv[1]) == "--summary";
     const bool json = argc >= 2 && std::string(argv[1]) == "--json";
 #ifdef TAVREL_MEDIA_PLUGIN

@@ -15,6 +15,7 @@
 #include "foundation/pending_output.h"
 #include "foundation/wchar.h"
 #include "geo/gps_info.h"
+#include "meta/spatial_block.h"
 #include "meta/location_edits.h"
 #include "meta/metadata_uuids.h"
 #include "mp4/container.h"
@@ -72,6 +73,8 @@ int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
     QVMX::Notices::install(QVMX::Notices::toConsole());
     QVMX::PendingOutput::installInterruptHandler();
+    // A camera's spatial block is read with its track.
+    meta::knowSpatialBlock();
     if (argc < 4) return usage();
     const std::string operation = argv[1];
     const std::wstring in = QVMX::wchar::mbs2wcs(argv[2]);

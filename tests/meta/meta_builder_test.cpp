@@ -30,7 +30,9 @@ std::vector<AccelSample> accelRecords(size_t n) {
 Bytes copiedUserData(MetaBuilder& builder, const Bytes& udtaChildren) {
     MovieFile source(buildMovie({.moovFirst = false, .udtaChildren = udtaChildren}), "source.mp4");
     MovieFile out(source.original, "out.mp4");
-    EXPECT_TRUE(builder.replaceUdta(source.container, out.container, nullptr));
+    ByteArray copy;
+    EXPECT_TRUE(builder.userDataCopy(source.container, out.container, copy));
+    EXPECT_TRUE(out.container.replaceUdta(copy.size, copy));
     EXPECT_FALSE(out.temporaryLeft());
     return out.bytes();
 }

@@ -11,6 +11,7 @@
 #include "mp4/sample_table_boxes.h"
 #include "mp4/uuid_box.h"
 #include "support/movie_file.h"
+#include "tools/builders/spatial_builder.h"
 #include "tools/builders/box_builder.h"
 
 using namespace testsupport;
@@ -18,7 +19,14 @@ using namespace builders;
 
 namespace {
 
-const std::string kSpatialUuid("\x28\xf3\x11\xe2\xb7\x91\x4f\x6f\x94\xe2\x4f\x5d\xea\xcb\x3c\x01", 16);
+// A uuid kind whose payload is boxes, one of them a whole track, as a
+// camera's metadata code registers it.
+const bool holderKnown = (MP4::registerBoxHolder({0x28, 0xf3, 0x11, 0xe2, 0xb7, 0x91, 0x4f, 0x6f, 0x94, 0xe2, 0x4f,
+                                                   0x5d, 0xea, 0xcb, 0x3c, 0x01},
+                                                  MP4::fourcc("KATR")),
+                           true);
+
+
 
 Bytes asBytes(const std::vector<uint8_t>& v) { return Bytes(v.begin(), v.end()); }
 
@@ -192,10 +200,10 @@ TEST(BoxRoundTrip, AvcCAndUuidPayloadsAndTheSpatialKind) {
 
     // The spatial kind's fields are its user type alone; its children
     // follow in the file.
-    MovieFile s(uuidBox(kSpatialUuid, box("KADT", "pcm!")));
+    MovieFile s(uuidBox(kSpatialDataUuid, box("KADT", "pcm!")));
     auto& spatial = readBack<MP4::UUID>(s, "uuid");
     EXPECT_TRUE(spatial.hasChild());
-    EXPECT_EQ(asBytes(spatial.describedBytes()), kSpatialUuid);
+    EXPECT_EQ(asBytes(spatial.describedBytes()), kSpatialDataUuid);
     EXPECT_NE(s.first("uuid.KADT"), nullptr);
 }
 
@@ -259,7 +267,7 @@ TEST(BoxRoundTrip, EveryCutOfTheWrittenFieldsReadsSafely) {
     // written fields back unchanged.
     const Bytes whole = inStbl(stts({{1, 2}}) + stsz(0, {5, 6}) + stco({1}) +
                                stsd({sowt(1, 8, 8000u << 16)})) +
-                        uuidBox(Bytes(16, 'u'), "p") + uuidBox(kSpatialUuid, inMdia(mdhd(1, 2, 3, 4)));
+                        uuidBox(Bytes(16, 'u'), "p") + uuidBox(kSpatialDataUuid, inMdia(mdhd(1, 2, 3, 4)));
     for (size_t cut = 0; cut <= whole.size(); ++cut) {
         SCOPED_TRACE(cut);
         MovieFile m(whole.substr(0, cut));

@@ -7,6 +7,7 @@
 #include "mp4/sample_table_boxes.h"
 #include "mp4/user_data_boxes.h"
 #include "mp4/uuid_box.h"
+#include "tools/builders/spatial_builder.h"
 #include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
 
@@ -14,6 +15,14 @@ using namespace testsupport;
 using namespace builders;
 
 namespace {
+
+// A uuid kind whose payload is boxes, one of them a whole track, as a
+// camera's metadata code registers it.
+const bool holderKnown = (MP4::registerBoxHolder({0x28, 0xf3, 0x11, 0xe2, 0xb7, 0x91, 0x4f, 0x6f, 0x94, 0xe2, 0x4f,
+                                                   0x5d, 0xea, 0xcb, 0x3c, 0x01},
+                                                  MP4::fourcc("KATR")),
+                           true);
+
 
 const std::string kSpatialUuid("\x28\xf3\x11\xe2\xb7\x91\x4f\x6f\x94\xe2\x4f\x5d\xea\xcb\x3c\x01", 16);
 

@@ -6,6 +6,7 @@
 
 #include "foundation/byte_array.h"
 #include "foundation/wchar.h"
+#include "meta/spatial_block.h"
 #include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "tools/builders/camera_builders.h"
@@ -74,6 +75,8 @@ Dressing newestCamera(size_t sensorRecords, double spatialSeconds) {
 }
 
 bool dress(const std::string& movie, const std::string& out, const Dressing& d, std::string& error) {
+    // Its track's chunk offsets follow a relayout.
+    meta::knowSpatialBlock();
     std::error_code code;
     std::filesystem::copy_file(movie, out, std::filesystem::copy_options::overwrite_existing, code);
     if (code) {
@@ -111,7 +114,7 @@ bool dress(const std::string& movie, const std::string& out, const Dressing& d, 
         }
         container.attach(path);
         // The block stays where it is; this fills in the locator.
-        if (!container.overwriteSpatialDataOffset(at)) {
+        if (!meta::locateBlock(container)) {
             error = "cannot locate the spatial data of " + out;
             return false;
         }

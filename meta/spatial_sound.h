@@ -7,7 +7,6 @@
 #include "foundation/file_io.h"
 
 namespace MP4 {
-
 class BOX;
 class CO64;
 class Container;
@@ -15,13 +14,24 @@ class MDHD;
 class STSC;
 class STSZ;
 class STTS;
+}  // namespace meta
+
+namespace meta {
+
+using MP4::BOX;
+using MP4::CO64;
+using MP4::Container;
+using MP4::MDHD;
+using MP4::STSC;
+using MP4::STSZ;
+using MP4::STTS;
 
 // The spatial (multi-channel PCM) audio of the newest cameras lives in the
 // spatial-data uuid box: "KADT" holds the raw audio, "KATR" a complete track
 // describing it. This cuts that track to a time range: it works out the kept
 // byte range of the audio and rebuilds "KATR" in memory with new timing,
 // chunk and size tables. The chunk offsets of the rebuilt track still count
-// from the source's KADT payload; the writer moves them.
+// from the source's KADT payload; the block's edit moves them.
 class SpatialSound {
 public:
     static constexpr uint32_t kSamplesPerChunk = 1536;
@@ -67,4 +77,4 @@ public:
     bool built = false;
 };
 
-}  // namespace MP4
+}  // namespace meta

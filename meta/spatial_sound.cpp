@@ -1,4 +1,4 @@
-#include "mp4/spatial_sound.h"
+#include "meta/spatial_sound.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,9 +9,12 @@
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/sample_table_boxes.h"
-#include "mp4/spatial_block.h"
+#include "meta/spatial_block.h"
 
-namespace MP4 {
+namespace meta {
+
+using MP4::fourcc;
+using MP4::readBE32;
 
 namespace {
 
@@ -129,7 +132,7 @@ bool SpatialSound::buildTrimmedKATR(Container& container) {
 
 bool SpatialSound::copyBox(Container& container, BOX& box, ByteArray& out, unsigned int& size) {
     size = 0;
-    const auto* nested = box.hasChild() ? dynamic_cast<NestedBox*>(&box) : nullptr;
+    const auto* nested = box.hasChild() ? dynamic_cast<MP4::NestedBox*>(&box) : nullptr;
     // Only boxes whose payload is nothing but child boxes are rebuilt child
     // by child; sample descriptions, data references and boxes with fields
     // before their children go over whole.
@@ -278,4 +281,4 @@ void SpatialSound::dump(const std::wstring& name) const {
                        static_cast<unsigned long long>(endByte - startByte));
 }
 
-}  // namespace MP4
+}  // namespace meta

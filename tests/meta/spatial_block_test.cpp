@@ -3,9 +3,13 @@
 // the block when an edit moves it.
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <optional>
+
 #include "foundation/file_io.h"
+#include "meta/spatial_block.h"
+#include "meta/spatial_sound.h"
 #include "mp4/container.h"
-#include "mp4/spatial_sound.h"
 #include "tools/builders/box_builder.h"
 #include "tools/builders/spatial_builder.h"
 #include "support/movie_file.h"
@@ -15,6 +19,9 @@ using namespace testsupport;
 using namespace builders;
 
 namespace {
+
+// Every movie of these tests is parsed with the block's track seen.
+const bool known = (meta::knowSpatialBlock(), true);
 
 const Bytes kPcm = "0123456789abcdefghijklmnopqrstuvwxyz";
 
@@ -52,7 +59,7 @@ Source spatialSource(bool moovFirst = true) {
 // The trim of a movie's spatial track to start..end seconds.
 struct Trim {
     MovieFile movie;
-    MP4::SpatialSound sound;
+    meta::SpatialSound sound;
     bool result;
     std::string console;
     Trim(const Bytes& bytes, double start, double end) : movie(bytes, "source.mp4") {
@@ -61,6 +68,22 @@ struct Trim {
         console = capture.text();
     }
 };
+
+// The source's block appended to out in one batch, whole or cut to sound;
+// where it landed, or nothing when it was refused.
+std::optional<meta::BlockPlace> carry(MovieFile& out, const std::wstring& source, const meta::SpatialSound& sound) {
+    MP4::Container from;
+    if (!from.attach(source)) return std::nullopt;
+    auto file = std::make_shared<QVMX::FileIO>(source, 'r');
+    meta::BlockPlace place;
+    MP4::BoxEdit block;
+    out.container.beginEdits();
+    const bool ok = out.container.plannedAppendOffset(place.start) &&
+                    meta::spatialBlockEdit(from, file, sound, place, block) &&
+                    out.container.appendTopLevel(L"spatialData", std::move(block));
+    if (!out.container.commitEdits() || !ok) return std::nullopt;
+    return place;
+}
 
 }  // namespace
 
@@ -129,53 +152,60 @@ TEST(SpatialTrim, NothingToDoSucceedsAndBadRangesOrTracksFail) {
     }
 }
 
-TEST(SpatialData, TheBlockArrivesWithItsTrackAndLocatorPointingAtItself) {
+TEST(SpatialData, TheBlockArrivesWithItsTrackPointingAtItsOwnAudio) {
     const Source src = spatialSource();
     MovieFile source(src.bytes, "source.mp4");
-    const MovieShape outShape{.moovFirst = false, .udtaChildren = kdt9(0, 0)};
+    const MovieShape outShape{.moovFirst = false};
     MovieFile out(buildMovie(outShape));
-    EXPECT_FALSE(out.container.isSpatialDataExist());
-    QVMX::FileIO file(source.wpath(), 'r');
-    EXPECT_TRUE(out.container.appendSpatialData(file, src.offset, src.size));
-    EXPECT_TRUE(out.container.isSpatialDataExist());
+    EXPECT_EQ(meta::spatialBlock(out.container), nullptr);
+    const auto place = carry(out, source.wpath(), meta::SpatialSound{});
+    ASSERT_TRUE(place);
+    EXPECT_NE(meta::spatialBlock(out.container), nullptr);
 
     const Bytes b = out.bytes();
     const uint64_t newStart = out.original.size();
+    EXPECT_EQ(place->start, newStart);
+    EXPECT_EQ(place->size, src.size);
     EXPECT_EQ(b.substr(newStart), spatialBlock(newStart, {0, 10, 20}));
     const size_t co64At = b.find("co64", newStart) + 12;
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(b.substr(be64At(b, co64At + 8 * i), 5), kPcm.substr(10 * i, 5));  // the same audio bytes
     }
-    const size_t locator = b.find("KDT9") + 4;
-    EXPECT_EQ(b.substr(locator, 20), be64(newStart) + be64(src.size) + "rest");
     EXPECT_EQ(allSamples(out.path), movieSamples(outShape));
-    ConsoleCapture console;
-    EXPECT_TRUE(out.container.appendSpatialData(file, src.offset, src.size));  // there already
-    EXPECT_EQ(out.bytes(), b);
+
+    // The locator in a copy of the user data names the new place.
+    const Bytes udta = box("udta", box("KMKN", "m") + kdt9(1, 2));
+    ByteArray copy(udta.data(), udta.size());
+    ASSERT_TRUE(meta::pointLocator(copy, *place));
+    EXPECT_EQ(Bytes(copy.view()), box("udta", box("KMKN", "m") + box("KDT9", be64(newStart) + be64(src.size) + "rest")));
+    // Following it changes only a start that named the old place.
+    ASSERT_TRUE(meta::followLocator(copy, newStart, 7));
+    ASSERT_TRUE(meta::followLocator(copy, newStart, 9));
+    EXPECT_EQ(Bytes(copy.view()), box("udta", box("KMKN", "m") + box("KDT9", be64(7) + be64(src.size) + "rest")));
+    ByteArray shortOne = ByteArray(box("udta", box("KDT9", "short")).data(), 21);
+    EXPECT_FALSE(meta::pointLocator(shortOne, *place));
 }
 
-TEST(SpatialData, WhatIsNotOneWholeBlockWithAFollowingTrackIsNotCopied) {
+TEST(SpatialData, WhatIsNotOneWholeBlockWithItsTrackIsNotCopied) {
     const Source src = spatialSource();
-    Source broken = src;  // the track's chunk table claims more entries than it holds
-    broken.bytes.replace(broken.bytes.find("co64", src.offset) + 8, 4, be32(5000));
+    Bytes broken = src.bytes;  // the track's chunk table claims more entries than it holds
+    broken.replace(broken.find("co64", src.offset) + 8, 4, be32(5000));
+    Bytes cut = src.bytes.substr(0, src.bytes.size() - 4);
+    Bytes noTrack = src.bytes;
+    noTrack.replace(noTrack.find("KATR", src.offset), 4, "KXTR");
     struct Case {
         const char* what;
-        const Source& source;
-        uint64_t offset, size;
-        Bytes outUdta;
-    } cases[] = {{"size differs from the box", src, src.offset, src.size - 1, {}},
-                 {"not a uuid box", src, 0, src.size, {}},
-                 {"past the end", src, src.offset, src.size + 100, {}},
-                 {"offset beyond the file", src, src.bytes.size() + 5, 30, {}},
-                 {"track cannot follow", broken, src.offset, src.size, {}},
-                 {"locator too short for its numbers", src, src.offset, src.size, box("KDT9", "short")}};
+        Bytes source;
+    } cases[] = {{"track cannot follow", broken},
+                 {"block cut short", cut},
+                 {"no track", noTrack},
+                 {"no block", buildMovie({})}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        MovieFile source(c.source.bytes, "source.mp4");
-        QVMX::FileIO file(source.wpath(), 'r');
-        MovieFile out(buildMovie({.udtaChildren = c.outUdta}));
+        MovieFile source(c.source, "source.mp4");
+        MovieFile out(buildMovie({}));
         ConsoleCapture console;
-        EXPECT_FALSE(out.container.appendSpatialData(file, c.offset, c.size));
+        EXPECT_FALSE(carry(out, source.wpath(), meta::SpatialSound{}));
         EXPECT_EQ(out.bytes(), out.original);
         EXPECT_FALSE(out.temporaryLeft());
     }
@@ -184,22 +214,22 @@ TEST(SpatialData, WhatIsNotOneWholeBlockWithAFollowingTrackIsNotCopied) {
 TEST(SpatialData, ATrimmedBlockHoldsTheKeptAudioAndItsRebuiltTrack) {
     Trim t(spatialMovie({}), 0.5, 4.0);  // bytes 4000..32000: two chunks of 12288 and 3424 more
     ASSERT_TRUE(t.result);
-    const MovieShape outShape{.moovFirst = true, .udtaChildren = kdt9(0, 0)};
+    const MovieShape outShape{.moovFirst = true};
     MovieFile out(buildMovie(outShape));
-    QVMX::FileIO file(t.movie.wpath(), 'r');
-    ASSERT_TRUE(out.container.trimSpatialData(file, 20, t.sound));
+    const auto place = carry(out, t.movie.wpath(), t.sound);
+    ASSERT_TRUE(place);
     const Bytes b = out.bytes();
     const uint64_t newStart = out.original.size();
     const Bytes kept = spatialAudio(32000).substr(4000);
     const uint64_t blockSize = 32 + kept.size() + t.sound.trimmedKATR.size;
     ASSERT_EQ(b.size(), newStart + blockSize);
+    EXPECT_EQ(place->size, blockSize);
     EXPECT_EQ(b.substr(newStart, 32 + kept.size()),
               be32(uint32_t(blockSize)) + "uuid" + kSpatialDataUuid + box("KADT", kept));
     const size_t co64At = b.find("co64", newStart) + 12;
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(be64At(b, co64At + 8 * i), newStart + 32 + 12288 * i);
     }
-    EXPECT_EQ(b.substr(b.find("KDT9") + 4, 16), be64(newStart) + be64(b.size() - newStart));
     EXPECT_EQ(allSamples(out.path), movieSamples(outShape));
     // The same audio as a WAV file: RIFF size 36 + 28000, 4 channels,
     // 1000/s, 8000 bytes/s, blocks of 8, 16 bits, data size 28000.
@@ -209,15 +239,12 @@ TEST(SpatialData, ATrimmedBlockHoldsTheKeptAudioAndItsRebuiltTrack) {
                     "data\x60\x6D\0\0",
                     44) + kept);
 
-    // Nothing built, or no block at the offset: nothing is written.
-    Trim nothing(spatialMovie({}), 0, -1);
-    const std::pair<MP4::SpatialSound*, uint64_t> refused[] = {
-        {&nothing.sound, 20}, {&t.sound, 0}, {&t.sound, t.movie.original.size() + 8}};
-    for (const auto& [sound, offset] : refused) {
-        MovieFile none(buildMovie({}));
-        EXPECT_FALSE(none.container.trimSpatialData(file, offset, *sound));
-        EXPECT_EQ(none.bytes(), none.original);
-    }
+    // A kept range that is not in the source's audio: nothing is written.
+    meta::SpatialSound past = t.sound;
+    past.endByte = past.startByte - 1;
+    MovieFile none(buildMovie({}));
+    EXPECT_FALSE(carry(none, t.movie.wpath(), past));
+    EXPECT_EQ(none.bytes(), none.original);
 }
 
 TEST(SpatialData, TheLocatorFollowsItsBlockWhenAnEditInTheMovieBoxMovesIt) {
@@ -232,16 +259,15 @@ TEST(SpatialData, TheLocatorFollowsItsBlockWhenAnEditInTheMovieBoxMovesIt) {
         const std::string xml = "<rdf:SphericalVideo/>";
         const MP4::UserType kind{'s', 'p', 'h', 'e', 'r', 'i', 'c', 'a', 'l', ' ', 'v', 'i', 'd', 'e', 'o', '1'};
         const Bytes sphere = uuidBox(std::string(kind.begin(), kind.end()), xml);
+        m.container.beginEdits();
         if (relayout) {
-            m.container.beginEdits();
             ASSERT_TRUE(m.container.moovFirst());
         }
         std::vector<MP4::BoxEdit> edit(1);
         ASSERT_TRUE(m.container.trackUuidEdit(ByteArray(sphere.data(), sphere.size()), kind, edit[0]));
         ASSERT_TRUE(m.container.applyEdits(L"trackUuid", edit));
-        if (relayout) {
-            ASSERT_TRUE(m.container.commitEdits());
-        }
+        ASSERT_TRUE(meta::followLocator(m.container));
+        ASSERT_TRUE(m.container.commitEdits());
         const Bytes b = m.bytes();
         // The relayout puts padding in front of the media data, which keeps
         // its place within the page.

@@ -6,10 +6,13 @@
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/sample_table_boxes.h"
-#include "mp4/spatial_block.h"
-#include "mp4/spatial_sound.h"
+#include "meta/spatial_block.h"
+#include "meta/spatial_sound.h"
 
-namespace MP4 {
+namespace meta {
+
+using MP4::fourcc;
+using MP4::readBE32;
 
 namespace {
 
@@ -34,7 +37,7 @@ void tag(std::vector<uint8_t>& out, const char (&t)[5]) {
 bool SpatialSound::dumpWAV(Container& container, const std::wstring& path) const {
     const auto* mdhd = dynamic_cast<MDHD*>(firstSpatialChild(container, "uuid.KATR.mdia.mdhd"));
     const auto* sowt =
-        dynamic_cast<SOWT*>(firstSpatialChild(container, "uuid.KATR.mdia.minf.stbl.stsd.sowt"));
+        dynamic_cast<MP4::SOWT*>(firstSpatialChild(container, "uuid.KATR.mdia.minf.stbl.stsd.sowt"));
     if (mdhd == nullptr || sowt == nullptr || sampleSize == 0 || endByte < startByte) return false;
     const uint32_t channels = std::max<uint32_t>(sowt->channelCount, 1);
     const uint32_t bits = sowt->sampleSize != 0 ? sowt->sampleSize : sampleSize * 8 / channels;
@@ -67,4 +70,4 @@ bool SpatialSound::dumpWAV(Container& container, const std::wstring& path) const
     return ok;
 }
 
-}  // namespace MP4
+}  // namespace meta
