@@ -16,6 +16,25 @@ CREATE = re.compile(r'openat\([^,]+, "([^"]+)", [^)]*O_CREAT[^)]*\) = \d+')
 WRITE = re.compile(r'\b(pwrite64|write)\((\d+), .* = (\d+)$')
 KERNEL_COPY = re.compile(r'\bcopy_file_range\(\d+, \[\d+\], (\d+), .* = (\d+)$')
 SPLICE_OUT = re.compile(r'\bsplice\(\d+, NULL, (\d+), \[\d+\], .* = (\d+)$')
+UNFINISHED = re.compile(r'^(\d+)\s+(.*) <unfinished \.\.\.>$')
+RESUMED = re.compile(r'^(\d+)\s+<\.\.\. \w+ resumed>(.*)$')
+
+
+def calls(lines):
+    """Whole calls, one a line: strace splits a call that another thread's
+    call interrupts into an unfinished and a resumed part."""
+    pending = {}
+    for line in lines:
+        line = line.rstrip()
+        match = UNFINISHED.match(line)
+        if match:
+            pending[match.group(1)] = match.group(2)
+            continue
+        match = RESUMED.match(line)
+        if match and match.group(1) in pending:
+            yield pending.pop(match.group(1)) + match.group(2)
+            continue
+        yield line
 
 
 def main():
@@ -23,8 +42,7 @@ def main():
     created = set()
     written = 0
     with open(log) as lines:
-        for line in lines:
-            line = line.rstrip()
+        for line in calls(lines):
             match = CREATE.search(line)
             if match and not re.search(r'"/(dev|proc|sys)/', line):
                 created.add(match.group(1))
