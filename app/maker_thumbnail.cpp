@@ -32,14 +32,15 @@ const MP4::BOX* thumbnailBox(MP4::Container& container) {
 
 }  // namespace
 
-EarlyThumbnail::EarlyThumbnail(const std::wstring& movie, size_t room) : movie_(movie), room_(room) {
-    made_ = std::async(std::launch::async, [movie, room] {
-        Made made;
-        if (MediaPlugin* plugin = mediaPlugin()) {
-            made.ok = plugin->thumbnailBytes(movie, made.jpeg, kMakerThumbnailWidth, room);
-        }
-        return made;
-    });
+EarlyThumbnail::Made EarlyThumbnail::make(const std::wstring& movie, size_t room) {
+    Made made;
+    if (MediaPlugin* plugin = mediaPlugin()) made.ok = plugin->thumbnailBytes(movie, made.jpeg, kMakerThumbnailWidth, room);
+    return made;
+}
+
+EarlyThumbnail::EarlyThumbnail(const std::wstring& movie, size_t room, bool fromOutput)
+    : movie_(movie), room_(room), fromOutput_(fromOutput) {
+    if (!fromOutput) made_ = std::async(std::launch::async, [movie, room] { return make(movie, room); });
     MediaServices& services = mediaServices();
     previous_ = services.deferThumbnail;
     services.deferThumbnail = [this](const std::wstring& asked, int width, size_t target) {
@@ -59,7 +60,7 @@ EarlyThumbnail::~EarlyThumbnail() {
 bool EarlyThumbnail::finish(const std::wstring& output) {
     if (!deferred_) return true;
     deferred_ = false;
-    const Made made = made_.get();
+    const Made made = fromOutput_ ? make(output, room_) : made_.get();
 
     MP4::Container container;
     if (!container.attach(output)) return false;

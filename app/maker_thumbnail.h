@@ -15,8 +15,11 @@
 class EarlyThumbnail {
 public:
     // Starts making the thumbnail of movie for a box of room payload bytes.
-    // While this object lives, the user-data copy leaves that box for it.
-    EarlyThumbnail(const std::wstring& movie, size_t room);
+    // While this object lives, the user-data copy of movie leaves that box
+    // for it. fromOutput: the thumbnail is made at finish, of the finished
+    // output (a re-encode's output declares its colour range only once it
+    // is written).
+    EarlyThumbnail(const std::wstring& movie, size_t room, bool fromOutput = false);
     // Waits for the thread and puts the services back.
     ~EarlyThumbnail();
     EarlyThumbnail(const EarlyThumbnail&) = delete;
@@ -34,8 +37,12 @@ private:
         ByteArray jpeg;
     };
 
+    // The first frame of movie as a JPEG for the box.
+    static Made make(const std::wstring& movie, size_t room);
+
     std::wstring movie_;
     size_t room_;
+    bool fromOutput_;
     std::future<Made> made_;
     bool deferred_ = false;
     decltype(MediaServices::deferThumbnail) previous_;

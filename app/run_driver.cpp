@@ -1,6 +1,7 @@
 #include "app/run_driver.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <optional>
@@ -103,14 +104,15 @@ Failure mediaFailure() {
 }
 
 // Every step, writing into movie (and thumbnail, when asked for) instead
-// of the output paths; a maker thumbnail made beside them goes in last.
-Failure runSteps(const Option& option, const std::wstring& movie, const std::wstring& thumbnail,
-                 EarlyThumbnail* makerThumbnail) {
+// of the output paths, a re-encode first into scratch; a maker thumbnail
+// made beside them goes in last.
+Failure runSteps(const Option& option, const std::wstring& movie, const std::wstring& scratch,
+                 const std::wstring& thumbnail, EarlyThumbnail* makerThumbnail) {
     unsigned int frames = 0;
     if (option.reencode) {
         MediaPlugin* media = mediaPlugin();
         if (media == nullptr) return mediaFailure();
-        const TrimResult trimmed = media->reencode(option, movie);
+        const TrimResult trimmed = media->reencode(option, scratch);
         frames = trimmed.frames;
         if (frames == 0) return {option.source, trimmed.problem.empty() ? L"its re-encode kept no frame" : trimmed.problem};
     }
@@ -125,10 +127,10 @@ Failure runSteps(const Option& option, const std::wstring& movie, const std::wst
             !builder.readSpatialData(option.source, option.startSeconds, option.endSeconds)) {
             return {option.source, L"its spatial audio could not be read"};
         }
-        if (!builder.updateMeta(movie, nullptr, Utility::isSupporFullRangePixelFormat())) {
-            return {option.source, L"its metadata could not be written into the re-encoded movie"};
-        }
-    } else if (!builder.updateMeta(option.source, &movie, true)) {
+        const bool written = builder.updateMeta(scratch, movie, Utility::isSupporFullRangePixelFormat());
+        ::unlink(narrow(scratch).c_str());
+        if (!written) return {option.source, L"its metadata could not be written into the re-encoded movie"};
+    } else if (!builder.updateMeta(option.source, movie, std::nullopt)) {
         return {option.source, L"its metadata could not be brought up to date"};
     }
     if (makerThumbnail != nullptr && !makerThumbnail->finish(movie)) {
@@ -190,7 +192,12 @@ bool runJob(const Option& option) {
         }
     }
 
-    Failure failure = runSteps(option, wide(movie.temporaryPath()),
+    // A re-encode's maker thumbnail is its output's first frame.
+    if (option.reencode && makesMakerThumbnail(option)) {
+        makerThumbnail.emplace(wide(movie.scratchPath()), static_cast<size_t>(option.probe.thumbnailRoom), true);
+    }
+
+    Failure failure = runSteps(option, wide(movie.temporaryPath()), wide(movie.scratchPath()),
                                thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring(),
                                makerThumbnail ? &*makerThumbnail : nullptr);
     if (!failure.failed() && !movie.commit()) failure = {option.output, wide(movie.cause())};

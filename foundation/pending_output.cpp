@@ -147,6 +147,8 @@ PendingOutput::PendingOutput(const std::string& path) : path_(path.c_str()) {
 
 PendingOutput::~PendingOutput() { discard(); }
 
+std::string PendingOutput::scratchPath() const { return temporary_.empty() ? std::string() : temporary_ + kRewriteSuffix; }
+
 void PendingOutput::discard() {
     if (temporary_.empty()) return;
     ::unlink(temporary_.c_str());

@@ -24,6 +24,10 @@ public:
     // Where the run writes, under any name it likes as long as it starts
     // with this one (rewrites keep their own temporary files beside it).
     const std::string& temporaryPath() const { return temporary_; }
+    // A second hidden file beside the temporary, for a step's intermediate
+    // result: removed with the temporary on failure, on interruption and by
+    // the next run; the step removes it itself when done.
+    std::string scratchPath() const;
 
     // Gives the new file the permission bits of the file it replaces (or
     // 0666 less the umask) and renames it onto the path. A symbolic link at

@@ -102,8 +102,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     {
         MP4::Container c;
         c.attach(wide(source));
-        if (withOutput) c.setOutputPath(wide(dir + "/out.mp4"));
+        c.beginEdits();
         meta::declareRange(c, fullRange);
+        c.commitEdits(withOutput ? wide(dir + "/out.mp4") : std::wstring());
     }
     if (withOutput && readAll(source) != bytes) std::abort();
     checkAndEmpty(dir);

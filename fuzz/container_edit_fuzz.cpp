@@ -27,7 +27,7 @@ using fuzzsupport::readAll;
 using fuzzsupport::wide;
 using fuzzsupport::writeAll;
 
-// The source's block (whole, or cut to sound) appended in one batch.
+// The source's block (whole, or cut to sound) appended to the batch.
 void appendBlock(MP4::Container& c, const std::string& sourcePath, const meta::SpatialSound* sound) {
     MP4::Container source;
     if (!source.attach(wide(sourcePath))) return;
@@ -35,11 +35,9 @@ void appendBlock(MP4::Container& c, const std::string& sourcePath, const meta::S
     const meta::SpatialSound none;
     meta::BlockPlace place;
     MP4::BoxEdit block;
-    c.beginEdits();
     if (c.plannedAppendOffset(place.start) && meta::spatialBlockEdit(source, file, sound ? *sound : none, place, block)) {
         c.appendTopLevel(L"spatialData", std::move(block));
     }
-    c.commitEdits();
 }
 
 const GPSInfo& position() {
@@ -77,10 +75,8 @@ const std::vector<Edit>& edits() {
         [](MP4::Container& c, const std::string&) { meta::removeBadLOCI(c); },
         [](MP4::Container& c, const std::string&) { meta::locateBlock(c); },
         [](MP4::Container& c, const std::string&) {
-            c.beginEdits();
             c.moovFirst();
             meta::followLocator(c);
-            c.commitEdits();
         },
     };
     return all;
@@ -101,10 +97,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             // The spatial data is taken from a second copy, as from a source movie.
             writeAll(dir + "/spatial.mp4", bytes);
             {
+                // Each edit is recorded and committed, into the output or
+                // in place.
                 MP4::Container c;
                 c.attach(wide(movie));
-                if (withOutput) c.setOutputPath(wide(output));
+                c.beginEdits();
                 edit(c, dir + "/spatial.mp4");
+                c.commitEdits(withOutput ? wide(output) : std::wstring());
             }
             if (withOutput && readAll(movie) != bytes) std::abort();
             checkAndEmpty(dir);

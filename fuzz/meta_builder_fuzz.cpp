@@ -1,6 +1,6 @@
 // The metadata path on arbitrary bytes taken as a camera movie: the probe,
 // the builder's reading, trimming and writing into an output, then a second
-// pass editing that output in place. Whatever the bytes, the source keeps
+// pass writing that output into another. Whatever the bytes, the source keeps
 // them and no temporary file is left.
 #include <cstdint>
 #include <cstdlib>
@@ -31,14 +31,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         builder.readMeta(wide(source), false);
         builder.trimStream(start, count);
         builder.readSpatialData(wide(source), 0u, 1u);
-        builder.updateMeta(wide(source), &output, true);
+        builder.updateMeta(wide(source), output, std::nullopt);
     }
     if (readAll(source) != bytes) std::abort();
     {
         MetaBuilder builder("Tavrel.osx", "2.4.0.2018.01.10", false);
         builder.readMeta(wide(source), true);
         builder.trimStream(start, count);
-        builder.updateMeta(output, nullptr, true);
+        builder.updateMeta(output, output + L".again.mp4", true);
     }
     if (readAll(source) != bytes) std::abort();
     checkAndEmpty(dir);

@@ -4,6 +4,7 @@
 // reads it (readMeta), narrows it to the kept frames (trimStream), takes a
 // view heading and the spatial audio, and writes it all (updateMeta).
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "foundation/byte_array.h"
@@ -48,10 +49,13 @@ public:
     // means to its end.
     bool readSpatialData(const std::wstring& source, unsigned int start, unsigned int end);
 
-    bool updateMeta(const std::wstring& output, const std::wstring* destination, bool fullRange);
-    bool updateMetaWithoutAddingFullRange(const std::wstring& output, const std::wstring* destination);
+    // Writes the movie at from, with the metadata brought up to date, into
+    // to (a file that exists, which it replaces; from is never written).
+    // fullRange: for a re-encoded movie, the colour range its SPS is to
+    // declare; none for the source itself.
+    bool updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange);
 
-    void updateSphereXML(MP4::Container& container, bool inPlace);
+    void updateSphereXML(MP4::Container& container, bool reencoded);
     // The source's user data with the maker record, thumbnail and sensor
     // streams brought up to date for output.
     bool userDataCopy(MP4::Container& source, MP4::Container& output, ByteArray& copy);

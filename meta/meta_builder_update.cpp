@@ -26,34 +26,32 @@ void MetaBuilder::progress(int step, double percent) const {
     QVMX::Console::out(L"processing meta %4d %0.2f/%0.2f\n", step, percent, 100.0);
 }
 
-bool MetaBuilder::updateMeta(const std::wstring& output, const std::wstring* destination, bool fullRange) {
+bool MetaBuilder::updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange) {
     progress(0, 0.0);
-    if (destination == nullptr) {
-        MP4::Container container;
-        if (container.attach(output)) meta::declareRange(container, fullRange);
-    }
-    progress(2, 20.0);
-    return updateMetaWithoutAddingFullRange(output, destination);
-}
-
-bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, const std::wstring* destination) {
-    progress(4, 40.0);
     MP4::Container out;
-    if (!out.attach(output)) return false;
+    const bool opened = out.attach(from);
+    // A re-encoded movie declares its colour range; an SPS that cannot be
+    // rewritten leaves it as the encoder wrote it.
+    std::vector<MP4::BoxEdit> range;
+    if (fullRange && opened && !meta::rangeEdit(out, *fullRange, range)) range.clear();
+    progress(2, 20.0);
+    progress(4, 40.0);
+    if (!opened) return false;
     // Without a movie box there is no movie to carry the metadata (a cut
     // or foreign file): writing the boxes that do not need one would still
     // make an output.
     if (out.moov() == nullptr) {
-        QVMX::Console::out(L"MP4: %ls has no movie box.\n", output.c_str());
+        QVMX::Console::out(L"MP4: %ls has no movie box.\n", from.c_str());
         return false;
     }
-    if (destination != nullptr) out.setOutputPath(*destination);
+    const bool reencoded = fullRange.has_value();
 
     if (camera_version(model) > kNewerLayout) {
         if (!out.isMdatFirst()) return false;
-        updateSphereXML(out, destination == nullptr);
-        // The XML and the user data go into the output in one copy.
+        updateSphereXML(out, reencoded);
+        // Everything goes into the output in one copy.
         out.beginEdits();
+        if (!range.empty() && !out.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", range)) return false;
         if (!sphereXml.empty() && !meta::appendSphericalVideoXML(out, sphereXml)) return false;
         if (!appendSphericalV2(out)) return false;
         progress(6, 60.0);
@@ -63,7 +61,7 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         progress(8, 80.0);
         // The packet and the time stamps join the same copy.
         if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
-        if (!out.updateTimeStamp(creationTime) || !out.commitEdits()) return false;
+        if (!out.updateTimeStamp(creationTime) || !out.commitEdits(to)) return false;
     } else {
         // An output already laid out with the movie box first, or without a
         // bad loci, is no failure: both leave the file as it is. The relayout,
@@ -71,9 +69,10 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         // that was needed and failed fails the step with it.
         out.beginEdits();
         out.moovFirst();
+        if (!range.empty() && !out.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", range)) return false;
         if (!meta::removeBadLOCI(out)) return false;
         progress(6, 60.0);
-        updateSphereXML(out, destination == nullptr);
+        updateSphereXML(out, reencoded);
         // Only what is known is written: a movie that is not spherical gets
         // no spherical box, one without a position no location boxes.
         const bool position = gps.latitude.valid && gps.longitude.valid;
@@ -91,13 +90,13 @@ bool MetaBuilder::updateMetaWithoutAddingFullRange(const std::wstring& output, c
         if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
         if (!axis.empty() && !meta::appendAxis(out, axis)) return false;
         if (!meta::followLocator(out)) return false;
-        if (!out.updateTimeStamp(creationTime) || !out.commitEdits()) return false;
+        if (!out.updateTimeStamp(creationTime) || !out.commitEdits(to)) return false;
     }
     progress(10, 100.0);
     return true;
 }
 
-void MetaBuilder::updateSphereXML(MP4::Container& container, bool inPlace) {
+void MetaBuilder::updateSphereXML(MP4::Container& container, bool reencoded) {
     uint32_t width = 0, height = 0;
     if (const MP4::TKHD* tkhd = videoTrackHeader(container)) {
         width = tkhd->width;
@@ -111,7 +110,7 @@ void MetaBuilder::updateSphereXML(MP4::Container& container, bool inPlace) {
         QVMX::Console::out(L"MP4: the source's spherical projection is not equirectangular; no V1 XML is added.\n");
     } else if (sphereXml.empty()) {
         const bool flatSource = resized && uint64_t(sourceWidth) != 2 * uint64_t(sourceHeight) && !sourceSpherical;
-        if (!inPlace && projectionType == 2) {
+        if (!reencoded && projectionType == 2) {
             QVMX::Console::out(L"MP4: Not a spherical video.\n");
         } else if (height >= 1 && uint64_t(width) == 2 * uint64_t(height) && flatSource) {
             QVMX::Console::out(L"warning: the source is a flat %ux%u movie without spherical metadata; "

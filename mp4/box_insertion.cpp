@@ -11,25 +11,15 @@
 
 namespace MP4 {
 
-bool Container::insertBox(const std::wstring& name, const BOX& box, bool replace,
-                          const EditFn& writeFn, const FixFn& fixA, const FixFn& fixB) {
-    const uint64_t start = box.start;
-    const uint64_t size = box.size;
-    const CopyFn copy = [&](BinFile& source, BinFile& destination, uint64_t& position) {
-        const uint64_t length = source.length();
-        if (start > length || size > length - start) return false;
-        if (!source.seek_set(0) || copyBytes(source, destination, start) != start) return false;
-        if (replace) {
-            if (!source.seek_set(start + size)) return false;
-        } else if (copyBytes(source, destination, size) != size) {
-            return false;
-        }
-        position = destination.position();
-        if (!writeFn(destination)) return false;
-        const uint64_t rest = length - start - size;
-        return copyBytes(source, destination, rest) == rest;
-    };
-    return modifyContainer(name, copy, fixA, fixB);
+bool Container::alone(const std::function<bool()>& record) {
+    beginEdits();
+    const bool recorded = record();
+    if (!recorded) {
+        batching_ = relayout_ = false;
+        batch_.clear();
+        return false;
+    }
+    return commitEdits();
 }
 
 void Container::beginEdits() {
@@ -39,17 +29,23 @@ void Container::beginEdits() {
     batchName_.clear();
 }
 
-bool Container::commitEdits() {
+bool Container::commitEdits(const std::wstring& target) {
     batching_ = false;
     std::vector<BoxEdit> edits = std::move(batch_);
     batch_.clear();
-    if (relayout_) {
-        relayout_ = false;
-        // A relayout alone keeps its own rewrite.
-        return edits.empty() ? moovFirst() : relayoutWithEdits(batchName_, edits);
+    const bool relayout = relayout_;
+    relayout_ = false;
+    target_ = target;
+    bool ok;
+    if (relayout) {
+        ok = relayoutWithEdits(batchName_, edits);
+    } else if (!edits.empty()) {
+        ok = applyEdits(batchName_, edits);
+    } else {
+        ok = target.empty() || copyInto(target);
     }
-    if (edits.empty()) return true;
-    return applyEdits(batchName_, edits);
+    target_.clear();
+    return ok;
 }
 
 bool Container::isBeingRemoved(const BOX& box) const {
@@ -123,36 +119,8 @@ bool Container::userDataReplacement(const ByteArray& bytes, BoxEdit& edit) {
     return true;
 }
 
-bool Container::appendAtEnd(const std::wstring& name, const EditFn& write) {
-    return modifyContainer(name, [this, &write](BinFile& file) {
-        const uint64_t length = file.length();
-        const uint64_t end = root_ ? root_->size : length;
-        // A last box that runs to the end of the file gets its real size
-        // first, so that what is appended stays outside it.
-        if (root_ && !root_->children.empty()) {
-            const BOX& last = *root_->children.back();
-            file.setLimit(BinFile::kNoLimit);
-            file.seek(last.start);
-            if (!last.largeSize && last.end() == length && file.read32() == 0) {
-                if (last.size > 0xFFFFFFFFull || !last.writeSize(file, last.size)) return false;
-            }
-        }
-        // Readers find a fragment index from the end of the file.
-        if (trailingIndex() != nullptr) {
-            if (keepIndexLast(file, write)) return true;
-        } else {
-            file.seek(end);
-            if (write(file)) return true;
-        }
-        [[maybe_unused]] const int ignored = ::ftruncate(file.descriptor(), static_cast<off_t>(length));
-        return false;
-    });
-}
-
 bool Container::appendTopLevel(const std::wstring& name, const ByteArray& bytes) {
-    if (!batching_) {
-        return appendAtEnd(name, [&bytes](BinFile& file) { return file.writeBytes(bytes.data, bytes.size); });
-    }
+    if (!batching_) return alone([&] { return appendTopLevel(name, bytes); });
     BoxEdit append;
     append.bytes = bytes;
     return appendTopLevel(name, std::move(append));

@@ -23,8 +23,10 @@ struct ByteRange {
     uint64_t to = 0;
 };
 
-// A movie file and its parsed box tree. Every edit parses the file again
-// afterwards, so no box reference outlives an edit.
+// A movie file and its parsed box tree, and the plan of edits that writes
+// a new movie from it: recorded between beginEdits and commitEdits, made in
+// one copy. The tree is parsed again after a commit, so no box reference
+// outlives one.
 class Container {
 public:
     static constexpr uint64_t kAll = ~uint64_t(0);
@@ -56,25 +58,20 @@ public:
     void if_not_found(const char* path, const std::function<void()>& fn);
 
     const std::wstring& path() const { return path_; }
-    const std::wstring& outputPath() const { return outputPath_; }
-    // When set, the source is never written: the next rewrite of either frame
-    // writes there (an in-place edit first copies the file there), and the
-    // container then describes that file.
-    void setOutputPath(const std::wstring& output) { outputPath_ = output; }
 
     ROOT* root() const { return root_.get(); }
     BOX* mdat() const { return mdat_; }
     BOX* moov() const { return moov_; }
     BOX* videoTrack() const { return videoTrack_; }
 
-    // --- rewrite frames and chunk offsets --------------------------------
+    // --- the rewrite frame and chunk offsets --------------------------------
     bool open(const FileFn& fn);
-    bool open_a(const FileFn& fn);
-    bool modifyContainer(const std::wstring& name, const EditFn& fn);
+    // Writes a whole new file with copyFn, then fixes it up: fixA sees the
+    // boxes in front of the new content, fixB all of them. The new file goes
+    // into the commit's target, or else replaces this one, and the container
+    // then describes it.
     bool modifyContainer(const std::wstring& name, const CopyFn& copyFn, const FixFn& fixA,
                          const FixFn& fixB);
-    bool insertBox(const std::wstring& name, const BOX& box, bool replace, const EditFn& writeFn,
-                   const FixFn& fixA, const FixFn& fixB);
     bool replaceUdta(uint64_t size, const ByteArray& bytes);
     // The edit that puts bytes (one whole udta box) in place of the movie's
     // user data, or at the end of the movie box when it has none.
@@ -92,12 +89,15 @@ public:
     bool followFragmentIndex(BinFile& file, const OffsetMap& where);
 
     // Rewrites made between these two go into the file in one copy: each
-    // operation only records its edits, and commitEdits writes them all (no
-    // rewrite at all when there are none). Every edit is taken from the tree
-    // as it stood at beginEdits, so only rewrites belong in between; a box
-    // recorded for removal counts as gone for the operations that follow.
+    // operation only records its edits, and commitEdits writes them all.
+    // Every edit is taken from the tree as it stood at beginEdits, so only
+    // rewrites belong in between; a box recorded for removal counts as gone
+    // for the operations that follow. With a target, the new movie is
+    // written there (a plain copy when nothing was recorded) and this file
+    // is never written; without one it replaces this file (and nothing is
+    // written when nothing was recorded).
     void beginEdits();
-    bool commitEdits();
+    bool commitEdits(const std::wstring& target = {});
     bool isBeingRemoved(const BOX& box) const;
 
     // --- relayout and time stamps ------------------------------------------
@@ -152,20 +152,12 @@ public:
 
 private:
     void forget();
-    // The output path, unless it names the source file itself (then it is
-    // dropped and edits go to the source).
-    std::wstring pendingOutput();
-    // Before an in-place edit: with an output path pending, copies the file
-    // there and goes on with the copy.
-    bool takeOutputPath(const std::wstring& name);
-    // Appends at the end of the file in place; the file is cut back to its
-    // old length when write fails.
-    bool appendAtEnd(const std::wstring& name, const EditFn& write);
+    // The file copied whole into target, which the container then describes.
+    bool copyInto(const std::wstring& target);
+    // A batch of one for an operation called outside a batch.
+    bool alone(const std::function<bool()>& record);
     // A fragment random-access box that ends the file, or null.
     const BOX* trailingIndex() const;
-    // Writes in place of the trailing index and puts the index back after
-    // what was written.
-    bool keepIndexLast(BinFile& file, const EditFn& write);
     // The chunk-offset tables under stblPath, or every one of the tree.
     std::vector<const STCO*> chunkTables(const char* stblPath);
     bool mapChunkOffsets(BinFile& file, const std::vector<const STCO*>& tables, const OffsetMap& where);
@@ -180,7 +172,8 @@ private:
     std::vector<BoxEdit> plannedEdits(const std::vector<BoxEdit>& extra) const;
 
     std::wstring path_;
-    std::wstring outputPath_;
+    // Where the commit under way writes; empty: it replaces path_.
+    std::wstring target_;
     bool batching_ = false;
     bool relayout_ = false;
     std::vector<BoxEdit> batch_;

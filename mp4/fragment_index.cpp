@@ -84,17 +84,4 @@ const BOX* Container::trailingIndex() const {
     return last->isType(fourcc("mfra")) && last->size <= kLargestIndex ? last : nullptr;
 }
 
-bool Container::keepIndexLast(BinFile& file, const EditFn& write) {
-    const BOX* index = trailingIndex();
-    std::vector<uint8_t> bytes;
-    if (index == nullptr || !readBox(file, *index, bytes)) return false;
-    const uint64_t start = index->start;
-    file.seek(start);
-    if (write(file) && file.writeBytes(bytes.data(), bytes.size())) return true;
-    // Put it back where it was.
-    file.seek(start);
-    [[maybe_unused]] const bool restored = file.writeBytes(bytes.data(), bytes.size());
-    return false;
-}
-
 }  // namespace MP4

@@ -44,14 +44,11 @@ bool Container::relayoutOrder(std::vector<const BOX*>& order) const {
 bool Container::moovFirst() {
     std::vector<const BOX*> order;
     if (!relayoutOrder(order)) return false;
-    if (batching_) {
-        // Made together with the batch's edits when it is committed.
-        relayout_ = true;
-        batchName_ += (batchName_.empty() ? L"" : L"+") + std::wstring(L"moovFirst");
-        return true;
-    }
-    std::vector<BoxEdit> none;
-    return relayoutWithEdits(L"moovFirst", none);
+    if (!batching_) return alone([this] { return moovFirst(); });
+    // Made together with the batch's edits when it is committed.
+    relayout_ = true;
+    batchName_ += (batchName_.empty() ? L"" : L"+") + std::wstring(L"moovFirst");
+    return true;
 }
 
 bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
@@ -81,27 +78,8 @@ bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>
 }
 
 bool Container::updateTimeStamp(uint64_t time) {
-    if (batching_) return timeStampEdits(time);
-    if (!takeOutputPath(L"updateTimeStamp")) return false;
-    BinFile file(path_, 'a');
-    if (!file.isOpen()) return false;
-    bool ok = true;
-    bool movieDone = false;
-    find("moov.mvhd", [&](BOX& box) {
-        auto* mvhd = dynamic_cast<MVHD*>(&box);
-        if (mvhd != nullptr && !movieDone) ok = mvhd->setTimeStamp(file, time) && ok;
-        movieDone = true;
-        return false;
-    });
-    find("moov.trak.tkhd", [&](BOX& box) {
-        if (auto* tkhd = dynamic_cast<TKHD*>(&box)) ok = tkhd->setTimeStamp(file, time) && ok;
-        return true;
-    });
-    find("moov.trak.mdia.mdhd", [&](BOX& box) {
-        if (auto* mdhd = dynamic_cast<MDHD*>(&box)) ok = mdhd->setTimeStamp(file, time) && ok;
-        return true;
-    });
-    return ok;
+    if (!batching_) return alone([this, time] { return timeStampEdits(time); });
+    return timeStampEdits(time);
 }
 
 bool Container::timeStampEdits(uint64_t time) {

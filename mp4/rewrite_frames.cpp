@@ -1,5 +1,5 @@
-// The two rewrite frames: in place, and through a complete new file that
-// replaces the old one only when every step has succeeded.
+// The one rewrite frame: a complete new file, written into the commit's
+// target, or replacing the old one only when every step has succeeded.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,13 +21,6 @@ struct FileId {
 bool identify(int descriptor, FileId& id) {
     struct stat st {};
     if (::fstat(descriptor, &st) != 0) return false;
-    id = {st.st_dev, st.st_ino, S_ISREG(st.st_mode)};
-    return true;
-}
-
-bool identifyPath(const std::wstring& path, FileId& id) {
-    struct stat st {};
-    if (::stat(QVMX::wchar::wcs2mbs(path).c_str(), &st) != 0) return false;
     id = {st.st_dev, st.st_ino, S_ISREG(st.st_mode)};
     return true;
 }
@@ -60,67 +53,12 @@ void printCopyFailure(const std::wstring& name, const std::wstring& from, const 
 
 bool Container::open(const FileFn& fn) { return QVMX::FileIO::open(path_, fn); }
 
-bool Container::open_a(const FileFn& fn) {
-    if (!takeOutputPath(L"open_a")) return false;
-    return QVMX::FileIO::open_a(path_, fn);
-}
-
-std::wstring Container::pendingOutput() {
-    if (outputPath_.empty()) return {};
-    FileId source, output;
-    if (identifyPath(path_, source) && identifyPath(outputPath_, output) &&
-        source.device == output.device && source.inode == output.inode) {
-        outputPath_.clear();
-    }
-    return outputPath_;
-}
-
-bool Container::takeOutputPath(const std::wstring& name) {
-    const std::wstring output = pendingOutput();
-    if (output.empty()) return true;
-    bool ok = false;
-    bool created = false;
-    FileId written;
-    {
-        BinFile source(path_, 'r');
-        if (source.isOpen()) {
-            BinFile destination(output, 'w');
-            if (destination.isOpen() && identify(destination.descriptor(), written)) {
-                created = true;
-                const uint64_t length = source.length();
-                ok = written.regular && copyBytes(source, destination, length) == length;
-            }
-        }
-    }
-    if (!ok) {
-        printCopyFailure(name, path_, output);
-        if (created) removeWritten(output, written);
-        return false;
-    }
-    outputPath_.clear();
-    attach(output);
-    return true;
-}
-
-bool Container::modifyContainer(const std::wstring& name, const EditFn& fn) {
-    if (!takeOutputPath(name)) return false;
-    bool ok = false;
-    {
-        BinFile file(path_, 'a');
-        if (file.isOpen()) ok = fn(file);
-    }
-    if (!ok) {
-        QVMX::Console::out(L"Container::modifyContainer::%ls(%ls) failed.\n", name.c_str(),
-                           path_.c_str());
-    }
-    attach(path_);
-    return ok;
-}
-
 bool Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, const FixFn& fixA,
                                 const FixFn& fixB) {
-    const std::wstring output = pendingOutput();
-    const std::wstring temporary = output.empty() ? path_ + L".tmp.mp4" : output;
+    // Into the commit's target when it has one, else into a new file that
+    // replaces this one.
+    const bool replace = target_.empty();
+    const std::wstring temporary = replace ? path_ + L".tmp.mp4" : target_;
     bool ok = false;
     bool created = false;
     FileId written;
@@ -132,7 +70,7 @@ bool Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, 
             if (destination.isOpen() && identify(destination.descriptor(), written)) {
                 created = true;
                 if (written.regular) {
-                    if (output.empty()) keepMode(source, destination);
+                    if (replace) keepMode(source, destination);
                     ok = copyFn(source, destination, position);
                 }
             }
@@ -154,9 +92,8 @@ bool Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, 
         }
     }
     if (ok) {
-        if (!output.empty()) {
-            path_ = output;
-            outputPath_.clear();
+        if (!replace) {
+            path_ = target_;
         } else {
             // One rename: at every moment either the old or the new file
             // has the name.
@@ -165,10 +102,27 @@ bool Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, 
     }
     if (!ok) {
         printCopyFailure(name, path_, temporary);
-        if (created) removeWritten(temporary, written);
+        if (created && replace) removeWritten(temporary, written);
     }
     attach(path_);
     return ok;
+}
+
+bool Container::copyInto(const std::wstring& target) {
+    bool ok = false;
+    {
+        BinFile source(path_, 'r');
+        BinFile destination(target, 'w');
+        if (source.isOpen() && destination.isOpen()) {
+            const uint64_t length = source.length();
+            ok = copyBytes(source, destination, length) == length;
+        }
+    }
+    if (!ok) {
+        printCopyFailure(L"copy", path_, target);
+        return false;
+    }
+    return attach(target);
 }
 
 }  // namespace MP4

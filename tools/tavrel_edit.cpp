@@ -107,7 +107,7 @@ int main(int argc, char** argv) {
     // Even an edit of the source itself goes through a copy, which replaces
     // the source only once it is whole.
     const std::wstring temporary = QVMX::wchar::mbs2wcs(pending.temporaryPath().c_str());
-    container.setOutputPath(temporary);
+    container.beginEdits();
 
     bool ok = false;
     if (operation == "moovfirst") {
@@ -133,12 +133,8 @@ int main(int argc, char** argv) {
         QVMX::Console::out(L"tavrel-edit: %ls failed.\n", QVMX::wchar::mbs2wcs(operation.c_str()).c_str());
         return fail(output, "the " + operation + " edit failed", &pending, needed);
     }
-    // An edit with nothing to change wrote nothing: the result is the source.
-    if (!container.outputPath().empty()) {
-        std::filesystem::copy_file(argv[2], pending.temporaryPath(), std::filesystem::copy_options::overwrite_existing,
-                                   error);
-        if (error) return fail(output, error.message(), &pending, needed);
-    }
+    // An edit with nothing to change still makes the output: the source.
+    if (!container.commitEdits(temporary)) return fail(output, "the " + operation + " edit failed", &pending, needed);
     if (!pending.commit()) return fail(output, pending.cause(), &pending, needed);
     return 0;
 }

@@ -32,10 +32,11 @@ H264::SPS spsOf(MP4::Container& c) {
     return sps;
 }
 
-// The console line of a rewrite, or "failed".
-std::string rewrite(MovieFile& m) {
+// The console line of a rewrite (into target, or in place), or "failed".
+std::string rewrite(MovieFile& m, const std::wstring& target = {}) {
     ConsoleCapture capture;
-    const bool ok = meta::declareRange(m.container, true);
+    m.container.beginEdits();
+    const bool ok = meta::declareRange(m.container, true) && m.container.commitEdits(target);
     return ok ? capture.text() : "failed";
 }
 
@@ -70,14 +71,13 @@ TEST(FullRangeRewrite, TheNewBoxKeepsEverySampleWhereverTheMediaDataLies) {
                                    .avcC = vector(c.vector)};
             MovieFile m(buildMovie(shape));
             const auto result = withOutput ? m.dir.file("out.mp4") : m.path;
-            if (withOutput) m.container.setOutputPath(widen(result.string()));
             const uint64_t moov = m.container.moov()->size;
             const uint64_t mdat = m.container.mdat()->start;
             auto offsets = chunkOffsets(m.path);
             // Media data that moves keeps its place within the page behind
             // a free box.
             const uint64_t moved = c.fileGrows && c.moovFirst ? 1 + MP4::alignmentPadding(mdat, mdat + 1) : 0;
-            EXPECT_EQ(rewrite(m), line("0 - 1", c.set1));
+            EXPECT_EQ(rewrite(m, withOutput ? widen(result.string()) : std::wstring()), line("0 - 1", c.set1));
             if (withOutput) {
                 EXPECT_EQ(m.bytes(), m.original);
             }

@@ -110,12 +110,12 @@ TEST(MetaBuilder, SensorStreamsAreCutToTheKeptFramesInsideTheirOwnBoxes) {
     EXPECT_NE(b.find(gyro), std::string::npos);
 }
 
-TEST(MetaBuilder, AnInPlaceEditOfTheNewerLayoutIsRefusedAndTheSourceKeepsItsBytes) {
+TEST(MetaBuilder, TheNewerLayoutWithItsMovieBoxFirstIsRefusedAndTheSourceKeepsItsBytes) {
     MovieFile m(buildMovie({.moovFirst = true, .udtaChildren = box("@mod", "KORVA PANOX D")}));
     MetaBuilder builder("t", "1", false);
     ASSERT_TRUE(builder.readMeta(m.wpath(), false));
     ConsoleCapture console;
-    EXPECT_FALSE(builder.updateMeta(m.wpath(), nullptr, true));
+    EXPECT_FALSE(builder.updateMeta(m.wpath(), m.dir.wfile("out.mp4"), true));
     EXPECT_EQ(m.bytes(), m.original);
 }
 

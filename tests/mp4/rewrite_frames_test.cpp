@@ -1,5 +1,5 @@
-// The rewrite frames and the bulk copy under them: what reaches the disk,
-// what is left when a step fails, and how an output path keeps the source
+// The rewrite frame and the bulk copy under it: what reaches the disk, what
+// is left when a step fails, and how a commit's target keeps the source
 // untouched.
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -121,7 +121,7 @@ TEST(CopyFrame, AFullDiskFailsAndLeavesTheFileAsItWas) {
     }));
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
-    // An append at the end of the file is cut back to the old length.
+    // An append fails the same way.
     const Bytes big = uuidBox("0123456789abcdef", Bytes(64 * 1024, 'x'));
     EXPECT_FALSE(succeedsUnderFileSizeLimit(m.original.size() + 1000, [&] {
         MP4::Container c;
@@ -130,59 +130,39 @@ TEST(CopyFrame, AFullDiskFailsAndLeavesTheFileAsItWas) {
     EXPECT_EQ(m.bytes(), m.original);
 }
 
-TEST(OutputPath, TheSourceIsNeverWrittenAndLaterEditsGoToTheOutput) {
-    MovieFile m(buildMovie({}));
-    const auto output = m.dir.file("out.mp4");
-    m.container.setOutputPath(widen(output.string()));
-    EXPECT_TRUE(m.container.modifyContainer(L"first", writeAll(kOther), kFixOk, kFixOk));
-    EXPECT_EQ(readFile(output), kOther);
-    EXPECT_EQ(m.container.path(), widen(output.string()));
-    EXPECT_TRUE(m.container.outputPath().empty());
-    // The next rewrite replaces the output through its own temporary file.
-    EXPECT_TRUE(m.container.modifyContainer(L"second", writeAll(box("free", "third")), kFixOk, kFixOk));
-    EXPECT_EQ(readFile(output), box("free", "third"));
-    EXPECT_EQ(m.bytes(), m.original);
-    EXPECT_FALSE(m.temporaryLeft());
-
-    // An in-place edit first copies the whole file to the output.
-    MovieFile n(buildMovie({}));
-    n.container.setOutputPath(widen(output.string()));
-    EXPECT_TRUE(n.container.modifyContainer(L"poke", [](BinFile& f) { return f.seek(9), f.write8('!'); }));
-    EXPECT_EQ(n.bytes(), n.original);
-    Bytes expected = n.original;
-    expected[9] = '!';
-    EXPECT_EQ(readFile(output), expected);
-    EXPECT_EQ(n.container.path(), widen(output.string()));
-
-    // An output naming the source itself is an in-place edit.
-    MovieFile same(buildMovie({}));
-    same.container.setOutputPath(widen((same.dir.path() / "." / "movie.mp4").string()));
-    EXPECT_TRUE(same.container.modifyContainer(L"same", writeAll(kOther), kFixOk, kFixOk));
-    EXPECT_EQ(same.bytes(), kOther);
-    EXPECT_FALSE(same.temporaryLeft());
+TEST(CommitTarget, TheSourceIsNeverWrittenAndTheTreeDescribesTheTarget) {
+    const Bytes xmp = uuidBox("0123456789abcdef", "packet");
+    for (bool withEdits : {true, false}) {
+        SCOPED_TRACE(withEdits ? "an append" : "nothing recorded: a plain copy");
+        MovieFile m(buildMovie({}));
+        const auto output = m.dir.file("out.mp4");
+        writeFile(output, "old output");
+        m.container.beginEdits();
+        if (withEdits) {
+            ASSERT_TRUE(m.container.appendTopLevel(L"append", ByteArray(xmp.data(), xmp.size())));
+        }
+        EXPECT_TRUE(m.container.commitEdits(widen(output.string())));
+        EXPECT_EQ(readFile(output), withEdits ? m.original + xmp : m.original);
+        EXPECT_EQ(m.bytes(), m.original);
+        EXPECT_EQ(m.container.path(), widen(output.string()));
+        EXPECT_FALSE(m.temporaryLeft());
+    }
 }
 
-TEST(OutputPath, AnOutputThatCannotTakeTheFileFailsWithoutRemovingIt) {
-    for (bool inPlace : {false, true}) {
-        SCOPED_TRACE(inPlace ? "in place" : "copy");
+TEST(CommitTarget, ATargetThatCannotTakeTheFileFailsWithoutRemovingIt) {
+    for (bool withEdits : {true, false}) {
+        SCOPED_TRACE(withEdits ? "an edit" : "a plain copy");
         MovieFile m(buildMovie({}));
-        m.container.setOutputPath(L"/dev/full");
+        m.container.beginEdits();
+        if (withEdits) {
+            ASSERT_TRUE(m.container.updateTimeStamp(7));
+        }
         ConsoleCapture console;
-        EXPECT_FALSE(inPlace ? m.container.modifyContainer(L"poke", [](BinFile&) { return true; })
-                             : m.container.modifyContainer(L"copy", writeAll(kOther), kFixOk, kFixOk));
+        EXPECT_FALSE(m.container.commitEdits(L"/dev/full"));
         EXPECT_EQ(m.bytes(), m.original);
         EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
         EXPECT_EQ(m.container.path(), m.wpath());
     }
-}
-
-TEST(InsertBox, ABoxRunningPastTheFileIsNeverCopied) {
-    MovieFile m(box("ftyp", "isom") + be32(500) + "free" + "short");
-    ConsoleCapture console;
-    EXPECT_FALSE(m.container.insertBox(
-        L"after", *m.first("free"), false, [](BinFile&) { return true; }, kFixOk, kFixOk));
-    EXPECT_EQ(m.bytes(), m.original);
-    EXPECT_FALSE(m.temporaryLeft());
 }
 
 TEST(CopyBytes, AnyOffsetsAndShortSourcesCopyExactly) {
