@@ -67,22 +67,18 @@ TEST(MediaAlignment, PaddingBringsAnyLandingBackWithinThePageWithTheSmallestFree
 TEST(MediaAlignment, MovedMediaDataKeepsItsPlaceWithinThePageAndEverySample) {
     // Shifts by a whole page, by 1 and 7 bytes (a page more of padding), and
     // a shrinking movie box.
-    for (bool use64 : {false, true}) {
-        for (int64_t shift : {4096, 1, 7, 8, 100, -20}) {
-            SCOPED_TRACE(std::string(use64 ? "co64" : "stco") + ", shift " + std::to_string(shift));
-            MovieShape shape = kShape;
-            shape.use64 = use64;
-            MovieFile m(buildMovie(shape));
-            const uint64_t udta = m.first("moov.udta")->size;
-            const uint64_t mdat = m.container.mdat()->start;
-            ASSERT_EQ(udta, 124u);
-            ASSERT_TRUE(userDataOf(m, udta + shift));
-            const uint64_t padding = MP4::alignmentPadding(mdat, mdat + shift);
-            EXPECT_EQ(m.container.mdat()->start % kPage, mdat % kPage);
-            EXPECT_EQ(paddingInFront(m.container), padding);
-            EXPECT_EQ(m.bytes().size(), m.original.size() + shift + padding);
-            EXPECT_EQ(allSamples(m.path), movieSamples(shape));
-        }
+    for (int64_t shift : {4096, 1, 7, 8, 100, -20}) {
+        SCOPED_TRACE("shift " + std::to_string(shift));
+        MovieFile m(buildMovie(kShape));
+        const uint64_t udta = m.first("moov.udta")->size;
+        const uint64_t mdat = m.container.mdat()->start;
+        ASSERT_EQ(udta, 124u);
+        ASSERT_TRUE(userDataOf(m, udta + shift));
+        const uint64_t padding = MP4::alignmentPadding(mdat, mdat + shift);
+        EXPECT_EQ(m.container.mdat()->start % kPage, mdat % kPage);
+        EXPECT_EQ(paddingInFront(m.container), padding);
+        EXPECT_EQ(m.bytes().size(), m.original.size() + shift + padding);
+        EXPECT_EQ(allSamples(m.path), movieSamples(kShape));
     }
 }
 
@@ -110,39 +106,15 @@ TEST(MediaAlignment, EditingAnOutputAgainResizesItsPaddingAndCanGiveBackTheSourc
     EXPECT_EQ(allSamples(m.path), movieSamples(kShape));
 }
 
-TEST(MediaAlignment, TheRelayoutPadsEveryMediaDataBoxAndTakesAFreeBoxInFrontAlong) {
-    const std::vector<std::vector<Bytes>> layouts = {
-        {box("ftyp", "isom"), box("free"), "mdat", "moov"},
-        {box("ftyp", "isom"), "mdat", box("free", "gap"), "mdat", "moov"},
-        {box("ftyp", "isom"), "mdat64", "mdat", "moov", box("free", Bytes(5000, 'x'))},
-    };
-    for (size_t i = 0; i < layouts.size(); ++i) {
-        SCOPED_TRACE("layout " + std::to_string(i));
-        const MovieShape shape{.moovFirst = false};
-        MovieFile m(buildLaidOutMovie(shape, layouts[i]));
-        std::vector<uint64_t> before;
-        for (const auto& b : topLevel(m.container)) {
-            if (b.type == "mdat") before.push_back(b.start % kPage);
-        }
-        ASSERT_TRUE(m.container.moovFirst());
-        std::vector<uint64_t> after;
-        const auto boxes = topLevel(m.container);
-        for (size_t k = 0; k < boxes.size(); ++k) {
-            if (boxes[k].type != "mdat") continue;
-            after.push_back(boxes[k].start % kPage);
-            // Media data follows the movie box or another media data box,
-            // or the padding right after one of them.
-            const std::string& lead = boxes[k - 1].type == "free" ? boxes[k - 2].type : boxes[k - 1].type;
-            EXPECT_TRUE(lead == "moov" || lead == "mdat") << lead;
-        }
-        EXPECT_EQ(after, before);
-        // A free box in front of media data went with it as its padding; a
-        // large one elsewhere stays as it was.
-        EXPECT_EQ(boxes[1].type, "moov");
-        if (i == 2) {
-            EXPECT_EQ(m.bytes().substr(m.bytes().size() - 5000), Bytes(5000, 'x'));
-        }
-        EXPECT_LE(m.bytes().size(), m.original.size() + before.size() * MP4::kLargestPadding);
-        EXPECT_EQ(allSamples(m.path), movieSamples(shape));
-    }
+TEST(MediaAlignment, TheRelayoutTakesTheFreeBoxInFrontOfTheMediaDataAlongAsItsPadding) {
+    // The 8-byte free box a muxer leaves in front of its media data.
+    const MovieShape shape{.moovFirst = false};
+    MovieFile m(buildLaidOutMovie(shape, {box("ftyp", "isom"), box("free"), "mdat", "moov"}));
+    const uint64_t mdat = m.container.mdat()->start;
+    ASSERT_TRUE(m.container.moovFirst());
+    std::vector<std::string> types;
+    for (const auto& b : topLevel(m.container)) types.push_back(b.type);
+    EXPECT_EQ(types, (std::vector<std::string>{"ftyp", "moov", "free", "mdat"}));
+    EXPECT_EQ(m.container.mdat()->start % kPage, mdat % kPage);
+    EXPECT_EQ(allSamples(m.path), movieSamples(shape));
 }
