@@ -68,13 +68,12 @@ unsigned long long expectedBytes(const Option& option, const MP4::Container& sou
 
 // The refusals that come before anything is written; needed is set to about
 // what the result takes.
-Failure checkBeforeWriting(const Option& option, unsigned long long& needed) {
+Failure checkBeforeWriting(const Option& option, MP4::Container& source, unsigned long long& needed) {
     // A movie whose samples cannot all be found is not rewritten into one
     // that hides the damage.
-    MP4::Container source;
     std::string problem = MP4::sourceFileProblem(option.source);
     MP4::BinFile file(option.source, 'r');
-    if (problem.empty() && (!file.isOpen() || !source.attach(option.source))) problem = "it cannot be opened for reading";
+    if (problem.empty() && (!file.isOpen() || source.root() == nullptr)) problem = "it cannot be opened for reading";
     if (problem.empty()) problem = MP4::soundnessProblem(source, file);
     if (!problem.empty()) return {option.source, wide(problem)};
     if (const std::string cause = QVMX::outputPathProblem(narrow(option.output)); !cause.empty()) {
@@ -106,7 +105,7 @@ Failure mediaFailure() {
 // Every step, writing into movie (and thumbnail, when asked for) instead
 // of the output paths, a re-encode first into scratch; a maker thumbnail
 // made beside them goes in last.
-Failure runSteps(const Option& option, const std::wstring& movie, const std::wstring& scratch,
+Failure runSteps(const Option& option, MP4::Container& source, const std::wstring& movie, const std::wstring& scratch,
                  const std::wstring& thumbnail, EarlyThumbnail* makerThumbnail) {
     unsigned int frames = 0;
     if (option.reencode) {
@@ -118,7 +117,7 @@ Failure runSteps(const Option& option, const std::wstring& movie, const std::wst
     }
 
     MetaBuilder builder(tavrel::kIdentity, tavrel::kVersion, false);
-    builder.readMeta(option.source, option.reencode);
+    builder.readMeta(source, option.reencode);
     if (frames != 0) builder.trimStream(option.framesPerSecond() * option.startSeconds, frames);
     if (option.viewMode != Option::kViewNone) builder.attach(option.view, option.viewMode == Option::kViewRemoved);
 
@@ -127,10 +126,12 @@ Failure runSteps(const Option& option, const std::wstring& movie, const std::wst
             !builder.readSpatialData(option.source, option.startSeconds, option.endSeconds)) {
             return {option.source, L"its spatial audio could not be read"};
         }
-        const bool written = builder.updateMeta(scratch, movie, Utility::isSupporFullRangePixelFormat());
+        MP4::Container encoded;
+        const bool written = encoded.attach(scratch) &&
+                             builder.updateMeta(encoded, source, movie, Utility::isSupporFullRangePixelFormat());
         ::unlink(narrow(scratch).c_str());
         if (!written) return {option.source, L"its metadata could not be written into the re-encoded movie"};
-    } else if (!builder.updateMeta(option.source, movie, std::nullopt)) {
+    } else if (!builder.updateMeta(source, source, movie, std::nullopt)) {
         return {option.source, L"its metadata could not be brought up to date"};
     }
     if (makerThumbnail != nullptr && !makerThumbnail->finish(movie)) {
@@ -169,8 +170,16 @@ bool runJob(const Option& option) {
         makerThumbnail.emplace(option.source, static_cast<size_t>(option.probe.thumbnailRoom));
     }
 
+    // The source, parsed once: by the probe, or here when the run was not
+    // probed.
+    std::shared_ptr<MP4::Container> source = option.probe.movie;
+    if (!source || source->path() != option.source) {
+        source = std::make_shared<MP4::Container>();
+        source->attach(option.source);
+    }
+
     unsigned long long needed = 0;
-    if (const Failure refused = checkBeforeWriting(option, needed); refused.failed()) {
+    if (const Failure refused = checkBeforeWriting(option, *source, needed); refused.failed()) {
         refuse(refused.file, refused.cause);
         return false;
     }
@@ -197,7 +206,7 @@ bool runJob(const Option& option) {
         makerThumbnail.emplace(wide(movie.scratchPath()), static_cast<size_t>(option.probe.thumbnailRoom), true);
     }
 
-    Failure failure = runSteps(option, wide(movie.temporaryPath()), wide(movie.scratchPath()),
+    Failure failure = runSteps(option, *source, wide(movie.temporaryPath()), wide(movie.scratchPath()),
                                thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring(),
                                makerThumbnail ? &*makerThumbnail : nullptr);
     if (!failure.failed() && !movie.commit()) failure = {option.output, wide(movie.cause())};

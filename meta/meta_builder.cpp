@@ -59,10 +59,17 @@ uint32_t MetaBuilder::camera_version(const std::string& text) {
 }
 
 bool MetaBuilder::readMeta(const std::wstring& source, bool flag) {
-    init();
     MP4::Container container;
-    if (!container.attach(source)) return false;
-    sourcePath = source;
+    if (!container.attach(source)) {
+        init();
+        return false;
+    }
+    return readMeta(container, flag);
+}
+
+bool MetaBuilder::readMeta(MP4::Container& container, bool flag) {
+    init();
+    sourcePath = container.path();
 
     container.find("moov.mvhd", [&](MP4::BOX& box) {
         if (const auto* mvhd = dynamic_cast<const MP4::MVHD*>(&box)) creationTime = mvhd->creationTime;

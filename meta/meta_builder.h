@@ -36,6 +36,8 @@ public:
     void init();
 
     bool readMeta(const std::wstring& source, bool flag);
+    // The same from a movie parsed already.
+    bool readMeta(MP4::Container& source, bool flag);
     void attach(const AxisTiltStream& stream, ExifParser::VIDEO_STABILIZATION stabilization);
     // The view values of the output: laid over the source's, or (remove set)
     // instead of them, so that only the given ones remain.
@@ -54,6 +56,11 @@ public:
     // fullRange: for a re-encoded movie, the colour range its SPS is to
     // declare; none for the source itself.
     bool updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange);
+    // The same from movies parsed already: from (which the commit leaves
+    // describing to) and the source whose metadata was read, which may be
+    // the same object.
+    bool updateMeta(MP4::Container& from, MP4::Container& source, const std::wstring& to,
+                    std::optional<bool> fullRange);
 
     void updateSphereXML(MP4::Container& container, bool reencoded);
     // The source's user data with the maker record, thumbnail and sensor

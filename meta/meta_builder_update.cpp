@@ -27,9 +27,24 @@ void MetaBuilder::progress(int step, double percent) const {
 }
 
 bool MetaBuilder::updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange) {
-    progress(0, 0.0);
     MP4::Container out;
-    const bool opened = out.attach(from);
+    if (!out.attach(from)) {
+        progress(0, 0.0);
+        progress(2, 20.0);
+        progress(4, 40.0);
+        return false;
+    }
+    if (sourcePath == from) return updateMeta(out, out, to, fullRange);
+    MP4::Container source;
+    source.attach(sourcePath);
+    return updateMeta(out, source, to, fullRange);
+}
+
+bool MetaBuilder::updateMeta(MP4::Container& out, MP4::Container& source, const std::wstring& to,
+                             std::optional<bool> fullRange) {
+    progress(0, 0.0);
+    const bool opened = out.root() != nullptr;
+    const std::wstring from = out.path();
     // A re-encoded movie declares its colour range; an SPS that cannot be
     // rewritten leaves it as the encoder wrote it.
     std::vector<MP4::BoxEdit> range;
@@ -55,8 +70,7 @@ bool MetaBuilder::updateMeta(const std::wstring& from, const std::wstring& to, s
         if (!sphereXml.empty() && !meta::appendSphericalVideoXML(out, sphereXml)) return false;
         if (!appendSphericalV2(out)) return false;
         progress(6, 60.0);
-        MP4::Container source;
-        if (!source.attach(sourcePath) || !source.isMdatFirst()) return false;
+        if (source.root() == nullptr || !source.isMdatFirst()) return false;
         if (!userDataAndSpatialBlock(source, out)) return false;
         progress(8, 80.0);
         // The packet and the time stamps join the same copy.

@@ -1,3 +1,4 @@
+#include "meta/spatial_block.h"
 #include "meta/meta_probe.h"
 
 #include <cstdint>
@@ -121,17 +122,21 @@ bool MetaProbe::probe(const std::wstring& path, bool mayDecode) {
     record.clear();
     model.clear();
     thumbnailRoom = 0;
-    {
-        MP4::Container container;
-        if (container.attach(path, MP4::Container::kAll)) {
-            readModel(container);
-            readKMKN(container);
-            readCodec(container);
-            readThumbnailRoom(container);
-            readFrameDescription(container);
-            // A run that decodes anyway may decode for what the movie does not declare.
-            if ((width < 1 || frameRate <= 0.0f) && mayDecode) detect_movie(path);
-        }
+    // The run that follows edits this tree: the camera's spatial block must
+    // be seen with its track from the start.
+    meta::knowSpatialBlock();
+    movie = std::make_shared<MP4::Container>();
+    if (movie->attach(path, MP4::Container::kAll)) {
+        MP4::Container& container = *movie;
+        readModel(container);
+        readKMKN(container);
+        readCodec(container);
+        readThumbnailRoom(container);
+        readFrameDescription(container);
+        // A run that decodes anyway may decode for what the movie does not declare.
+        if ((width < 1 || frameRate <= 0.0f) && mayDecode) detect_movie(path);
+    } else {
+        movie.reset();
     }
     return width >= 1;
 }

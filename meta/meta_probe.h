@@ -3,6 +3,7 @@
 // What the rest of a run needs to know of the source movie: the camera that
 // recorded it, its video codec, the maker record, its frame rate and size.
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "meta/exif_parser.h"
@@ -44,4 +45,7 @@ public:
     // Payload bytes of the maker thumbnail box in the user data (the JPEG
     // made for it must fit them); 0 without one.
     uint64_t thumbnailRoom = 0;
+    // The movie as parsed for the probe, kept for the run that follows so
+    // that it is parsed once; null when it could not be opened.
+    std::shared_ptr<MP4::Container> movie;
 };
