@@ -4,6 +4,7 @@
 
 #include <type_traits>
 
+#include "foundation/notices.h"
 #include "foundation/wchar.h"
 #include "video/thumbnailer.h"
 #include "video/video_reader.h"
@@ -43,6 +44,10 @@ public:
 
 extern "C" __attribute__((visibility("default"))) MediaPlugin* tavrel_media_plugin(int version) {
     static VideoPipeline pipeline;
+    // The plug-in holds its own copy of the libraries below it: their
+    // notices go to the console from here too.
+    static const bool notices = (QVMX::Notices::install(QVMX::Notices::toConsole()), true);
+    (void)notices;
     return version == kMediaPluginVersion ? &pipeline : nullptr;
 }
 

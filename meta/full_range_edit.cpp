@@ -1,6 +1,6 @@
 #include "meta/full_range_edit.h"
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "h264/range_flags.h"
 #include "mp4/avcc_box.h"
 #include "mp4/box_edits.h"
@@ -19,10 +19,10 @@ bool rangeEdit(MP4::Container& movie, bool fullRange, std::vector<MP4::BoxEdit>&
         H264::RangeFlags was;
         auto record = H264::withRange(avcc->payload, fullRange, was);
         if (!record) {
-            QVMX::Console::out(L"%ls failed: %ls\n", record.failure().where.c_str(), record.failure().cause.c_str());
+            QVMX::Notices::post(L"%ls failed: %ls\n", record.failure().where.c_str(), record.failure().cause.c_str());
             return true;
         }
-        QVMX::Console::out(
+        QVMX::Notices::post(
             L"Container::appendFullRangeAndConstrainedSet1Flag: %d - %d, constrained_set1_flag:  %d - 1\n",
             was.fullRange ? 1 : 0, fullRange ? 1 : 0, was.constrainedSet1 ? 1 : 0);
         if (was.fullRange != fullRange || !was.constrainedSet1) box = MP4::AVCC::boxWith(*record);
@@ -31,7 +31,7 @@ bool rangeEdit(MP4::Container& movie, bool fullRange, std::vector<MP4::BoxEdit>&
     if (avcc == nullptr || box.empty()) return true;
     MP4::BoxEdit edit;
     if (!movie.replacementEdit(*avcc, box, edit)) {
-        QVMX::Console::out(L"Container::modifyContainer::appendFullRangeAndConstrainedSet1Flag(%ls) failed.\n",
+        QVMX::Notices::post(L"Container::modifyContainer::appendFullRangeAndConstrainedSet1Flag(%ls) failed.\n",
                            movie.path().c_str());
         return false;
     }

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "foundation/wchar.h"
 #include "meta/axis_tilt_stream.h"
 #include "meta/box_payload.h"
@@ -77,7 +77,7 @@ bool MetaBuilder::readMeta(MP4::Container& container, bool flag) {
     });
     container.find("moov.udta.@mod", [&](MP4::BOX& box) {
         if (box.size <= 8) {
-            QVMX::Console::out(L"Invalid @mod.\n");
+            QVMX::Notices::post(L"Invalid @mod.\n");
         } else {
             model = textOf(readBoxPayload(container, box, kMaxModelText));
         }
@@ -136,7 +136,7 @@ void MetaBuilder::readKMKN(MP4::Container& container, const MP4::BOX& box) {
         topBottomCorrection = static_cast<int32_t>(record.topBottomCorrection);
         videoStabilization = static_cast<int32_t>(record.videoStabilization);
     } catch (const char* message) {
-        QVMX::Console::out(L"%ls\n", QVMX::wchar::mbs2wcs(message).c_str());
+        QVMX::Notices::post(L"%ls\n", QVMX::wchar::mbs2wcs(message).c_str());
     }
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "foundation/file_io.h"
 #include "meta/box_payload.h"
 #include "meta/full_range_edit.h"
@@ -23,7 +23,7 @@ constexpr size_t kSphereXmlLength = 1000;
 }  // namespace
 
 void MetaBuilder::progress(int step, double percent) const {
-    QVMX::Console::out(L"processing meta %4d %0.2f/%0.2f\n", step, percent, 100.0);
+    QVMX::Notices::post(L"processing meta %4d %0.2f/%0.2f\n", step, percent, 100.0);
 }
 
 bool MetaBuilder::updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange) {
@@ -56,7 +56,7 @@ bool MetaBuilder::updateMeta(MP4::Container& out, MP4::Container& source, const 
     // or foreign file): writing the boxes that do not need one would still
     // make an output.
     if (out.moov() == nullptr) {
-        QVMX::Console::out(L"MP4: %ls has no movie box.\n", from.c_str());
+        QVMX::Notices::post(L"MP4: %ls has no movie box.\n", from.c_str());
         return false;
     }
     const bool reencoded = fullRange.has_value();
@@ -121,13 +121,13 @@ void MetaBuilder::updateSphereXML(MP4::Container& container, bool reencoded) {
     if (sphereXml.empty() && sourceV2.keepsOwnProjection()) {
         // The source's own projection is not equirectangular: a V1 XML
         // would say it is.
-        QVMX::Console::out(L"MP4: the source's spherical projection is not equirectangular; no V1 XML is added.\n");
+        QVMX::Notices::post(L"MP4: the source's spherical projection is not equirectangular; no V1 XML is added.\n");
     } else if (sphereXml.empty()) {
         const bool flatSource = resized && uint64_t(sourceWidth) != 2 * uint64_t(sourceHeight) && !sourceSpherical;
         if (!reencoded && projectionType == 2) {
-            QVMX::Console::out(L"MP4: Not a spherical video.\n");
+            QVMX::Notices::post(L"MP4: Not a spherical video.\n");
         } else if (height >= 1 && uint64_t(width) == 2 * uint64_t(height) && flatSource) {
-            QVMX::Console::out(L"warning: the source is a flat %ux%u movie without spherical metadata; "
+            QVMX::Notices::post(L"warning: the source is a flat %ux%u movie without spherical metadata; "
                                L"its 2:1 re-encode is not marked as a 360 movie.\n",
                                sourceWidth, sourceHeight);
         } else if (height >= 1 && uint64_t(width) == 2 * uint64_t(height)) {
@@ -135,9 +135,9 @@ void MetaBuilder::updateSphereXML(MP4::Container& container, bool reencoded) {
             record.stitchingSoftware = stitchingSoftware;
             record.timestamp = creationTime;
             sphereXml = hasView ? withView(record.toString()) : record.toString();
-            QVMX::Console::out(L"Appned New GVF-BOX.\n");
+            QVMX::Notices::post(L"Appned New GVF-BOX.\n");
         } else {
-            QVMX::Console::out(L"MP4: Not a spherical video.\n");
+            QVMX::Notices::post(L"MP4: Not a spherical video.\n");
         }
     } else if (resized) {
         // The source's XML names its own frame's pixels.
@@ -187,7 +187,7 @@ bool MetaBuilder::appendSphericalV2(MP4::Container& output) {
     std::vector<MP4::BoxEdit> edits(1);
     if (!output.sampleEntryEdit(boxes, edits[0])) {
         // A codec whose sample entry we cannot look into keeps the V1 XML only.
-        QVMX::Console::out(L"MP4: no video sample entry to carry the V2 boxes.\n");
+        QVMX::Notices::post(L"MP4: no video sample entry to carry the V2 boxes.\n");
         return true;
     }
     return output.applyEdits(L"spherical-v2", edits);
@@ -201,7 +201,7 @@ bool MetaBuilder::userDataAndSpatialBlock(MP4::Container& source, MP4::Container
     if (const MP4::BOX* there = meta::spatialBlock(output)) {
         // The output is the source itself: the block stays where it is in
         // the file, and goes where the edits move it.
-        QVMX::Console::out(L"MP4: SpatialData is existed.\n");
+        QVMX::Notices::post(L"MP4: SpatialData is existed.\n");
         if (!output.plannedOffset(there->start, place.start, edits) ||
             !meta::followLocator(edits[0].bytes, there->start, place.start)) {
             return false;

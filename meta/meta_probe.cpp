@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "foundation/wchar.h"
 #include "h264/picture_size.h"
 #include "meta/box_payload.h"
@@ -148,7 +148,7 @@ void MetaProbe::readModel(MP4::Container& container) {
         done = true;
         model = textOf(readBoxPayload(container, box, kMaxModelText));
         modelCode = MetaBuilder::camera_version(model);
-        QVMX::Console::out(L"source movie model: %ls (%x)\n", QVMX::wchar::mbs2wcs(model.c_str()).c_str(),
+        QVMX::Notices::post(L"source movie model: %ls (%x)\n", QVMX::wchar::mbs2wcs(model.c_str()).c_str(),
                            modelCode);
         return false;
     });
@@ -166,13 +166,13 @@ void MetaProbe::readKMKN(MP4::Container& container) {
             ExifParser parser;
             parser.attachKMKN(reinterpret_cast<const unsigned char*>(payload.data()), payload.size());
             parser.readPNAOX(record);
-            QVMX::Console::out(L"source movie panoramaImageType: %d\n", static_cast<int>(record.projectionType));
+            QVMX::Notices::post(L"source movie panoramaImageType: %d\n", static_cast<int>(record.projectionType));
         } catch (const char*) {
-            QVMX::Console::out(L"EXIF can't read.\n");
+            QVMX::Notices::post(L"EXIF can't read.\n");
         }
         return false;
     });
-    if (!found) QVMX::Console::out(L"KMKN not found.\n");
+    if (!found) QVMX::Notices::post(L"KMKN not found.\n");
 }
 
 void MetaProbe::readCodec(MP4::Container& container) {
@@ -184,17 +184,17 @@ void MetaProbe::readCodec(MP4::Container& container) {
     });
     if (avc) {
         codec = kCodecH264;
-        QVMX::Console::out(L"H.264 detected.\n");
+        QVMX::Notices::post(L"H.264 detected.\n");
     }
     container.find("moov.trak.mdia.minf.stbl.stsd", [&](MP4::BOX& stsd) {
         if (!stsd.hasChild()) return true;
         for (const auto& entry : static_cast<MP4::NestedBox&>(stsd).children) {
             if (entry->isType(MP4::fourcc("hvc1"))) {
                 codec = kCodecHEVC;
-                QVMX::Console::out(L"H.265/HEVC detected(hvc1).\n");
+                QVMX::Notices::post(L"H.265/HEVC detected(hvc1).\n");
             } else if (entry->isType(MP4::fourcc("hev1"))) {
                 codec = kCodecHEVC;
-                QVMX::Console::out(L"H.265/HEVC detected(hev1).\n");
+                QVMX::Notices::post(L"H.265/HEVC detected(hev1).\n");
             }
         }
         return true;
@@ -204,7 +204,7 @@ void MetaProbe::readCodec(MP4::Container& container) {
     MP4::NestedBox* track = firstVideoTrack(container);
     const MP4::BOX* first = track != nullptr ? firstSampleEntry(*track) : nullptr;
     const std::string entry = first != nullptr ? first->name() : std::string();
-    if (!entry.empty()) QVMX::Console::out(L"codec: %ls\n", QVMX::wchar::mbs2wcs(entry.c_str()).c_str());
+    if (!entry.empty()) QVMX::Notices::post(L"codec: %ls\n", QVMX::wchar::mbs2wcs(entry.c_str()).c_str());
 }
 
 void MetaProbe::readFrameDescription(MP4::Container& container) {

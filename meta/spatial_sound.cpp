@@ -5,7 +5,7 @@
 #include <limits>
 #include <vector>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/sample_table_boxes.h"
@@ -88,7 +88,7 @@ bool SpatialSound::attach(const std::wstring& path, double start, double end) {
     const uint32_t timeScale = mdhd != nullptr ? mdhd->timeScale : 0;
     sampleSize = stsz != nullptr ? stsz->sampleSize : 0;
     if (timeScale == 0 || sampleSize == 0) {
-        QVMX::Console::out(L"No Spatial Metadata.\n");
+        QVMX::Notices::post(L"No Spatial Metadata.\n");
         return false;
     }
     const uint64_t total = uint64_t{sampleSize} * stsz->sampleCount;
@@ -276,7 +276,7 @@ bool SpatialSound::writeTrimmedKATR(QVMX::FileIO& file) const {
 }
 
 void SpatialSound::dump(const std::wstring& name) const {
-    QVMX::Console::out(L"'%ls': start=%llu bytes=%llu\n", name.c_str(),
+    QVMX::Notices::post(L"'%ls': start=%llu bytes=%llu\n", name.c_str(),
                        static_cast<unsigned long long>(startByte),
                        static_cast<unsigned long long>(endByte - startByte));
 }

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
 #include "mp4/sample_table_boxes.h"
@@ -66,7 +66,7 @@ bool SpatialSound::dumpWAV(Container& container, const std::wstring& path) const
         ok = wav.write(header.data(), header.size()) == header.size() &&
              source.copyTo(wav, bytes) == bytes;
     });
-    if (!ok) QVMX::Console::out(L"dumpWAV(%ls) failed.\n", path.c_str());
+    if (!ok) QVMX::Notices::post(L"dumpWAV(%ls) failed.\n", path.c_str());
     return ok;
 }
 

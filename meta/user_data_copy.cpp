@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "meta/accel_sensor_stream.h"
 #include "meta/byte_order.h"
 #include "meta/media_services.h"
@@ -43,19 +43,19 @@ void patchMakerRecord(uint8_t* box, uint64_t size, int32_t topBottomCorrection, 
     try {
         ExifParser::updateProjectionType(payload, size, ExifParser::PROJECTION_TYPE_EQUIRECTANGULAR);
     } catch (const char*) {
-        QVMX::Console::out(L"ProjectionType update failed.\n");
+        QVMX::Notices::post(L"ProjectionType update failed.\n");
     }
     try {
         ExifParser::updateSphereAdjZenith(payload, size,
                                           static_cast<ExifParser::TOPBOTTOM_CORRECTION_TYPE>(topBottomCorrection));
     } catch (const char*) {
-        QVMX::Console::out(L"SphereAdjZenith update failed.\n");
+        QVMX::Notices::post(L"SphereAdjZenith update failed.\n");
     }
     try {
         ExifParser::updateVideoStabilization(payload, size,
                                              static_cast<ExifParser::VIDEO_STABILIZATION>(videoStabilization));
     } catch (const char*) {
-        QVMX::Console::out(L"VideoStabilization update failed.\n");
+        QVMX::Notices::post(L"VideoStabilization update failed.\n");
     }
 }
 
@@ -122,7 +122,7 @@ bool MetaBuilder::userDataCopy(MP4::Container& source, MP4::Container& output, B
         read = done == size;
     });
     if (!read) {
-        QVMX::Console::out(L"source movie read. but, unmatch size.\n");
+        QVMX::Notices::post(L"source movie read. but, unmatch size.\n");
         return false;
     }
 

@@ -1,6 +1,6 @@
 #include "mp4/avcc_box.h"
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "h264/range_flags.h"
 #include "mp4/field_buffer.h"
 
@@ -17,10 +17,10 @@ bool decodePayload(const ByteArray& payload, H264::AVCC& record, H264::SPS& sps,
     if (texts == Texts::Dump && failure.where == L"avcc.sps_parse()") {
         // The dump's text takes the wide message as a narrow string, so
         // only its first character shows.
-        QVMX::Console::out(L"%ls failed: %s\n", failure.where.c_str(),
+        QVMX::Notices::post(L"%ls failed: %s\n", failure.where.c_str(),
                            reinterpret_cast<const char*>(failure.cause.c_str()));
     } else {
-        QVMX::Console::out(L"%ls failed: %ls\n", failure.where.c_str(), failure.cause.c_str());
+        QVMX::Notices::post(L"%ls failed: %ls\n", failure.where.c_str(), failure.cause.c_str());
     }
     return false;
 }

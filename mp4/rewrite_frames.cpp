@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "foundation/console.h"
+#include "foundation/notices.h"
 #include "foundation/wchar.h"
 #include "mp4/byte_copy.h"
 #include "mp4/container.h"
@@ -45,7 +45,7 @@ void keepMode(const QVMX::FileIO& from, const QVMX::FileIO& to) {
 }
 
 void printCopyFailure(const std::wstring& name, const std::wstring& from, const std::wstring& to) {
-    QVMX::Console::out(L"Container::modifyContainer::%ls(%ls to %ls) failed.\n", name.c_str(),
+    QVMX::Notices::post(L"Container::modifyContainer::%ls(%ls to %ls) failed.\n", name.c_str(),
                        from.c_str(), to.c_str());
 }
 

@@ -48,9 +48,11 @@ std::wstring widen(const std::string& text) { return QVMX::wchar::mbs2wcs(text.c
 ConsoleCapture::ConsoleCapture() : previous_(QVMX::Console::stream()), file_(std::tmpfile()) {
     if (file_ == nullptr) throw std::runtime_error("tmpfile failed");
     QVMX::Console::setStream(file_);
+    previousNotices_ = QVMX::Notices::install(QVMX::Notices::toConsole());
 }
 
 ConsoleCapture::~ConsoleCapture() {
+    QVMX::Notices::install(std::move(previousNotices_));
     QVMX::Console::setStream(previous_ == stdout ? nullptr : previous_);
     std::fclose(file_);
 }

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <string>
 
+#include "foundation/notices.h"
+
 namespace testsupport {
 
 // A fresh directory under the system's temporary folder, removed with its
@@ -43,6 +45,9 @@ public:
 private:
     FILE* previous_;
     FILE* file_;
+    // Library notices reach the captured console too, as the programs
+    // send them there.
+    QVMX::Notices::Sink previousNotices_;
 };
 
 }  // namespace testsupport
