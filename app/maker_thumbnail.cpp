@@ -43,12 +43,23 @@ EarlyThumbnail::EarlyThumbnail(const std::wstring& movie, size_t room, bool from
     if (!fromOutput) made_ = std::async(std::launch::async, [movie, room] { return make(movie, room); });
     MediaServices& services = mediaServices();
     previous_ = services.deferThumbnail;
-    services.deferThumbnail = [this](const std::wstring& asked, int width, size_t target) {
-        if (asked == movie_ && width == kMakerThumbnailWidth && target == room_ && !deferred_) {
-            deferred_ = true;
-            return true;
+    services.deferThumbnail = [this](const std::wstring& asked, int width,
+                                     size_t target) -> std::optional<DeferredThumbnail> {
+        if (asked == movie_ && width == kMakerThumbnailWidth && target == room_ && !asked_) {
+            asked_ = true;
+            // Of the finished output: its box is filled afterwards.
+            if (fromOutput_) {
+                deferred_ = true;
+                return DeferredThumbnail{};
+            }
+            // Of the source: the copy puts it in when it reaches the box.
+            return DeferredThumbnail{[this](ByteArray& jpeg) {
+                const Made made = made_.get();
+                jpeg = made.jpeg;
+                return made.ok;
+            }};
         }
-        return previous_ && previous_(asked, width, target);
+        return previous_ ? previous_(asked, width, target) : std::nullopt;
     };
 }
 
@@ -60,7 +71,7 @@ EarlyThumbnail::~EarlyThumbnail() {
 bool EarlyThumbnail::finish(const std::wstring& output) {
     if (!deferred_) return true;
     deferred_ = false;
-    const Made made = fromOutput_ ? make(output, room_) : made_.get();
+    const Made made = make(output, room_);
 
     MP4::Container container;
     if (!container.attach(output)) return false;

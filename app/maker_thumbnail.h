@@ -3,8 +3,9 @@
 // The newest cameras' maker thumbnail in a metadata run: the source's first
 // frame, made on a thread of its own while the run checks, reads and copies
 // the movie (loading the media libraries and decoding the frame cost more
-// than the rest of such a run), and put into the output's zero-filled box
-// once the copy is written.
+// than the rest of such a run), and put into the user data by the copy as
+// it writes it. A re-encode's is made of the finished output and put into
+// its zero-filled box afterwards (finish).
 #include <cstddef>
 #include <future>
 #include <string>
@@ -44,6 +45,9 @@ private:
     size_t room_;
     bool fromOutput_;
     std::future<Made> made_;
+    // Whether the user-data copy asked for the thumbnail, and whether it
+    // left the box for finish.
+    bool asked_ = false;
     bool deferred_ = false;
     decltype(MediaServices::deferThumbnail) previous_;
 };

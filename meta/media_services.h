@@ -6,6 +6,7 @@
 // that movies declare, and no thumbnail can be made.
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "foundation/byte_array.h"
@@ -19,16 +20,25 @@ struct MovieDescription {
     int height = 0;
 };
 
+// A maker thumbnail made beside the writing of the output. fill is called
+// when the copy reaches its box: it waits for the JPEG and gives it (true),
+// or says that none was made (false: the box becomes free space). Without
+// fill the box is written zero-filled, to be filled once the output is
+// written.
+struct DeferredThumbnail {
+    std::function<bool(ByteArray& jpeg)> fill;
+};
+
 struct MediaServices {
     // Frame rate and picture size of the movie's first video track.
     std::function<bool(const std::wstring& movie, MovieDescription& out)> describe;
     // The movie's first frame as JPEG bytes of at most target bytes, scaled
     // to width x width/2.
     std::function<bool(const std::wstring& movie, ByteArray& out, int width, size_t target)> thumbnail;
-    // True when that thumbnail is being made beside the writing of the
-    // output and will be put into its box afterwards: the box is then
-    // written as it is before the JPEG goes in (zero-filled).
-    std::function<bool(const std::wstring& movie, int width, size_t target)> deferThumbnail;
+    // Set when that thumbnail is being made beside the writing of the
+    // output, and then how it reaches its box (DeferredThumbnail).
+    std::function<std::optional<DeferredThumbnail>(const std::wstring& movie, int width, size_t target)>
+        deferThumbnail;
 };
 
 // The process's services; empty until installed.

@@ -4,6 +4,7 @@
 // reads it (readMeta), narrows it to the kept frames (trimStream), takes a
 // view heading and the spatial audio, and writes it all (updateMeta).
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -64,8 +65,10 @@ public:
 
     void updateSphereXML(MP4::Container& container, bool reencoded);
     // The source's user data with the maker record, thumbnail and sensor
-    // streams brought up to date for output.
+    // streams brought up to date for output. A thumbnail made beside the
+    // copy leaves thumbnailFill, which puts it into the copy's bytes.
     bool userDataCopy(MP4::Container& source, MP4::Container& output, ByteArray& copy);
+    std::function<bool(ByteArray& userData)> thumbnailFill;
     // Records the V2 boxes of the video sample entry: ours beside the V1
     // XML, or the source's own projection with only its pose changed.
     bool appendSphericalV2(MP4::Container& output);

@@ -197,6 +197,9 @@ bool MetaBuilder::userDataAndSpatialBlock(MP4::Container& source, MP4::Container
     ByteArray userData;
     std::vector<MP4::BoxEdit> edits(1);
     if (!userDataCopy(source, output, userData) || !output.userDataReplacement(userData, edits[0])) return false;
+    // A thumbnail made beside the copy goes into the user data as the copy
+    // writes it.
+    edits[0].complete = thumbnailFill;
     meta::BlockPlace place;
     if (const MP4::BOX* there = meta::spatialBlock(output)) {
         // The output is the source itself: the block stays where it is in

@@ -61,19 +61,29 @@ void patchMakerRecord(uint8_t* box, uint64_t size, int32_t topBottomCorrection, 
 
 // The maker thumbnail box keeps its size: the new JPEG stands at the start
 // of its zeroed payload, or, when none fits, the box becomes free space.
-void replaceThumbnail(uint8_t* box, uint64_t size, const std::wstring& movie) {
-    uint8_t* payload = box + 8;
-    const uint64_t room = size - 8;
-    std::fill(payload, payload + room, 0);
-    const auto& later = mediaServices().deferThumbnail;
-    if (later && later(movie, kMakerThumbnailWidth, room)) return;
-    ByteArray jpeg;
-    const auto& thumbnail = mediaServices().thumbnail;
-    if (thumbnail && thumbnail(movie, jpeg, kMakerThumbnailWidth, room) && jpeg.size <= room) {
-        std::copy(jpeg.data, jpeg.data + jpeg.size, payload);
+void putThumbnail(uint8_t* box, uint64_t size, bool made, const ByteArray& jpeg) {
+    if (made && jpeg.size <= size - 8) {
+        std::copy(jpeg.data, jpeg.data + jpeg.size, box + 8);
     } else {
         std::memcpy(box + 4, "free", 4);
     }
+}
+
+// A thumbnail made beside the copy is put in by the copy itself (fill).
+void replaceThumbnail(uint8_t* box, uint64_t size, const std::wstring& movie,
+                      std::function<bool(ByteArray&)>& fill) {
+    uint8_t* payload = box + 8;
+    const uint64_t room = size - 8;
+    std::fill(payload, payload + room, 0);
+    if (const auto& later = mediaServices().deferThumbnail) {
+        if (auto deferred = later(movie, kMakerThumbnailWidth, room)) {
+            fill = deferred->fill;
+            return;
+        }
+    }
+    ByteArray jpeg;
+    const auto& thumbnail = mediaServices().thumbnail;
+    putThumbnail(box, size, thumbnail && thumbnail(movie, jpeg, kMakerThumbnailWidth, room), jpeg);
 }
 
 // Keeps count records from record first on; the box keeps its size and the
@@ -130,7 +140,21 @@ bool MetaBuilder::userDataCopy(MP4::Container& source, MP4::Container& output, B
     if (findCopied(*udta, "KMKN", size, box)) {
         patchMakerRecord(copy.data() + box.offset, box.size, topBottomCorrection, videoStabilization);
     }
-    if (findCopied(*udta, "KTHU", size, box)) replaceThumbnail(copy.data() + box.offset, box.size, output.path());
+    thumbnailFill = {};
+    if (findCopied(*udta, "KTHU", size, box)) {
+        std::function<bool(ByteArray&)> fill;
+        replaceThumbnail(copy.data() + box.offset, box.size, output.path(), fill);
+        // Its box is filled when the copy reaches it.
+        if (fill) {
+            thumbnailFill = [fill, at = box.offset, boxSize = box.size](ByteArray& bytes) {
+                if (at + boxSize > bytes.size) return false;
+                ByteArray jpeg;
+                const bool made = fill(jpeg);
+                putThumbnail(bytes.data + at, boxSize, made, jpeg);
+                return true;
+            };
+        }
+    }
     if (trimCount != 0) {
         if (findCopied(*udta, "KDTD", size, box)) {
             trimBox(copy.data() + box.offset, box.size, AccelSensorStreamEmbed::TopBottomCorrection::kSize,

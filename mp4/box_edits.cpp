@@ -106,7 +106,13 @@ uint64_t movedOffset(const std::vector<BoxEdit>& edits, uint64_t offset) {
 }
 
 bool writeEdit(BinFile& destination, const BoxEdit& edit) {
-    if (!destination.writeBytes(edit.bytes.data, edit.bytes.size)) return false;
+    if (edit.complete) {
+        ByteArray bytes = edit.bytes;
+        if (!edit.complete(bytes) || bytes.size != edit.bytes.size) return false;
+        if (!destination.writeBytes(bytes.data, bytes.size)) return false;
+    } else if (!destination.writeBytes(edit.bytes.data, edit.bytes.size)) {
+        return false;
+    }
     if (!edit.borrowed) return true;
     const BorrowedBytes& b = *edit.borrowed;
     return b.file && b.file->seek_set(b.offset) && copyBytes(*b.file, destination, b.size) == b.size &&

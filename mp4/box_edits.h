@@ -42,6 +42,9 @@ struct BoxEdit {
     // The chunk offsets of tables inside what the edit writes are those of
     // the new file already: the commit leaves them alone.
     bool settled = false;
+    // Fills in bytes (their length stays) when the copy writes them: for
+    // bytes made while the copy runs. False fails the copy.
+    std::function<bool(ByteArray& bytes)> complete;
     // Start of the box the edit is made at: media data lying after it moves.
     uint64_t anchor = 0;
     // The boxes that hold the edit, innermost first; each changes size by delta().

@@ -44,14 +44,17 @@ bool mapTable(BinFile& file, const STCO& table, const Container::OffsetMap& wher
         block.resize(static_cast<size_t>(n));
         file.seek(table.tableOffset + done);
         if (!file.readBytes(block.data(), n)) return false;
+        bool changed = false;
         for (uint64_t i = 0; i < n; i += width) {
             uint8_t* p = block.data() + i;
             const uint64_t value = width == 4 ? readBE32(p) : readBE64(p);
             uint64_t moved;
             if (!where(value, moved) || moved > limit) return false;
+            changed = changed || moved != value;
             for (uint64_t k = 0; k < width; ++k) p[k] = uint8_t(moved >> (8 * (width - 1 - k)));
         }
-        if (write) {
+        // Chunks that stay where they were need no write.
+        if (write && changed) {
             file.seek(table.tableOffset + done);
             if (!file.writeBytes(block.data(), n)) return false;
         }

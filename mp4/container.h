@@ -32,7 +32,6 @@ public:
     static constexpr uint64_t kAll = ~uint64_t(0);
 
     using FileFn = std::function<void(QVMX::FileIO&)>;
-    using EditFn = std::function<bool(BinFile&)>;
     // Writes the whole new file; sets position to where its new content starts.
     using CopyFn = std::function<bool(BinFile& source, BinFile& destination, uint64_t& position)>;
     using FixFn = std::function<bool(Container& temporary, BinFile& file)>;

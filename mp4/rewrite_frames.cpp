@@ -76,10 +76,10 @@ bool Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, 
             }
         }
     }
+    // The first fix sees only the boxes whose headers come before the new
+    // content; the second sees the whole new file.
+    Container fixed;
     if (ok) {
-        // The first fix sees only the boxes whose headers come before the
-        // new content; the second sees the whole new file.
-        Container fixed;
         ok = fixed.attach(temporary, position);
         if (ok) {
             BinFile file(temporary, 'a');
@@ -103,9 +103,15 @@ bool Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, 
     if (!ok) {
         printCopyFailure(name, path_, temporary);
         if (created && replace) removeWritten(temporary, written);
+        attach(path_);
+        return false;
     }
-    attach(path_);
-    return ok;
+    // The second fix changed values, not boxes: its tree is the new file's.
+    root_ = std::move(fixed.root_);
+    mdat_ = fixed.mdat_;
+    moov_ = fixed.moov_;
+    videoTrack_ = fixed.videoTrack_;
+    return true;
 }
 
 bool Container::copyInto(const std::wstring& target) {
