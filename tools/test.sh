@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: the ordinary build
-# (unit, integration and fuzz-corpus tests) and the unit tests again under
-# AddressSanitizer and UndefinedBehaviorSanitizer.
+# (unit, integration and fuzz-corpus tests), the unit tests again under
+# AddressSanitizer and UndefinedBehaviorSanitizer, and the Debian package made
+# from the ordinary build, installed and run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -32,3 +33,5 @@ echo "== core build without FFmpeg: unit tests =="
 ctest --test-dir build-core --output-on-failure -j"$jobs" -LE integration
 echo "== ordinary build: every test =="
 ctest --test-dir build --output-on-failure -j"$jobs"
+echo "== the Debian package: built, checked by lintian, installed, run, purged =="
+bash tools/package_test.sh build
