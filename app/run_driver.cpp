@@ -103,8 +103,8 @@ Failure mediaFailure() {
 }
 
 // Every step, writing into movie (and thumbnail, when asked for) instead
-// of the output paths, a re-encode first into scratch; a maker thumbnail
-// made beside them goes in last.
+// of the output paths, a re-encode first into scratch; a re-encode's maker
+// thumbnail, made of the finished output, goes in last.
 Failure runSteps(const Option& option, MP4::Container& source, const std::wstring& movie, const std::wstring& scratch,
                  const std::wstring& thumbnail, EarlyThumbnail* makerThumbnail) {
     unsigned int frames = 0;
