@@ -1,5 +1,6 @@
 // The output picture size of an H.264 sequence parameter set: macroblocks
 // (or field pairs of them) less the frame cropping.
+#include "h264/crop_window.h"
 #include "h264/picture_size.h"
 #include "h264/rbsp_reader.h"
 
@@ -75,13 +76,7 @@ std::optional<PictureSize> avcPictureSize(const uint8_t* nal, size_t size) {
     const bool frameMbsOnly = r.flag();
     if (!frameMbsOnly) r.flag();  // mb_adaptive_frame_field_flag
     r.flag();                     // direct_8x8_inference_flag
-    uint64_t left = 0, right = 0, top = 0, bottom = 0;
-    if (r.flag()) {
-        left = r.ue();
-        right = r.ue();
-        top = r.ue();
-        bottom = r.ue();
-    }
+    const CropWindow window = readCropWindow(r);
     if (r.failed()) return std::nullopt;
 
     const uint64_t width = widthInMbs * 16;
@@ -91,10 +86,7 @@ std::optional<PictureSize> avcPictureSize(const uint8_t* nal, size_t size) {
     const uint32_t arrayType = separatePlanes ? 0 : chromaFormat;
     const uint64_t unitX = arrayType == 1 || arrayType == 2 ? 2 : 1;
     const uint64_t unitY = (arrayType == 1 ? 2 : 1) * (frameMbsOnly ? 1 : 2);
-    const uint64_t cropX = (left + right) * unitX;
-    const uint64_t cropY = (top + bottom) * unitY;
-    if (cropX >= width || cropY >= height) return PictureSize{uint32_t(width), uint32_t(height)};
-    return PictureSize{uint32_t(width - cropX), uint32_t(height - cropY)};
+    return croppedSize(width, height, window, unitX, unitY);
 }
 
 std::optional<PictureSize> avcConfigPictureSize(const uint8_t* record, size_t size) {

@@ -1,5 +1,6 @@
 // The output picture size of an HEVC sequence parameter set: the luma
 // samples less the conformance window.
+#include "h264/crop_window.h"
 #include "h264/picture_size.h"
 #include "h264/rbsp_reader.h"
 
@@ -47,22 +48,13 @@ std::optional<PictureSize> hevcPictureSize(const uint8_t* nal, size_t size) {
     if (chromaFormat == 3) r.flag();  // separate_colour_plane_flag: 4:4:4 units either way
     const uint64_t width = r.ue();
     const uint64_t height = r.ue();
-    uint64_t left = 0, right = 0, top = 0, bottom = 0;
-    if (r.flag()) {
-        left = r.ue();
-        right = r.ue();
-        top = r.ue();
-        bottom = r.ue();
-    }
+    const CropWindow window = readCropWindow(r);
     if (r.failed() || width == 0 || height == 0 || width > kMaxSide || height > kMaxSide) return std::nullopt;
 
     // The window is counted in chroma samples.
     const uint64_t unitX = chromaFormat == 1 || chromaFormat == 2 ? 2 : 1;
     const uint64_t unitY = chromaFormat == 1 ? 2 : 1;
-    const uint64_t cropX = (left + right) * unitX;
-    const uint64_t cropY = (top + bottom) * unitY;
-    if (cropX >= width || cropY >= height) return PictureSize{uint32_t(width), uint32_t(height)};
-    return PictureSize{uint32_t(width - cropX), uint32_t(height - cropY)};
+    return croppedSize(width, height, window, unitX, unitY);
 }
 
 std::optional<PictureSize> hevcConfigPictureSize(const uint8_t* record, size_t size) {
