@@ -20,6 +20,7 @@
 #include "meta/metadata_uuids.h"
 #include "mp4/container.h"
 #include "meta/full_range_edit.h"
+#include "tools/refusal.h"
 
 namespace {
 
@@ -50,19 +51,6 @@ bool readWhole(const std::wstring& path, std::string& out) {
     return true;
 }
 
-// The last line of a run that wrote nothing.
-int fail(const std::string& output, const std::string& cause, QVMX::PendingOutput* pending = nullptr,
-         unsigned long long needed = 0) {
-    std::string said = cause;
-    if (pending != nullptr) {
-        said = QVMX::failureCause(output, cause, *pending, needed);
-    } else if (const std::string full = QVMX::fullDiskCause(output); !full.empty()) {
-        said = full;
-    }
-    QVMX::Console::out(L"%ls: %ls; nothing was written.\n", QVMX::wchar::mbs2wcs(output.c_str()).c_str(),
-                       QVMX::wchar::mbs2wcs(said.c_str()).c_str());
-    return 1;
-}
 
 // Room kept for what an edit adds to a copy of the source.
 constexpr unsigned long long kEditRoom = 4ull << 20;
@@ -95,15 +83,17 @@ int main(int argc, char** argv) {
     const std::string output = argv[3];
     MP4::Container container;
     if (!container.attach(in)) return 1;
-    if (const std::string problem = QVMX::outputPathProblem(output); !problem.empty()) return fail(output, problem);
+    if (const std::string problem = QVMX::outputPathProblem(output); !problem.empty()) {
+        return refuseOutput(output, problem);
+    }
     std::error_code error;
     const auto sourceBytes = std::filesystem::file_size(argv[2], error);
     const unsigned long long needed = error ? 0 : sourceBytes + kEditRoom;
     if (const std::string room = QVMX::roomProblem(output, needed); !room.empty()) {
-        return fail(output, room);
+        return refuseOutput(output, room);
     }
     QVMX::PendingOutput pending(output);
-    if (!pending.isOpen()) return fail(output, pending.cause());
+    if (!pending.isOpen()) return refuseOutput(output, pending.cause());
     // Even an edit of the source itself goes through a copy, which replaces
     // the source only once it is whole.
     const std::wstring temporary = QVMX::wchar::mbs2wcs(pending.temporaryPath().c_str());
@@ -131,10 +121,12 @@ int main(int argc, char** argv) {
     }
     if (!ok) {
         QVMX::Console::out(L"tavrel-edit: %ls failed.\n", QVMX::wchar::mbs2wcs(operation.c_str()).c_str());
-        return fail(output, "the " + operation + " edit failed", &pending, needed);
+        return refuseOutput(output, "the " + operation + " edit failed", &pending, needed);
     }
     // An edit with nothing to change still makes the output: the source.
-    if (!container.commitEdits(temporary)) return fail(output, "the " + operation + " edit failed", &pending, needed);
-    if (!pending.commit()) return fail(output, pending.cause(), &pending, needed);
+    if (!container.commitEdits(temporary)) {
+        return refuseOutput(output, "the " + operation + " edit failed", &pending, needed);
+    }
+    if (!pending.commit()) return refuseOutput(output, pending.cause(), &pending, needed);
     return 0;
 }

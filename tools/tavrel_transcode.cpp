@@ -13,6 +13,7 @@
 #include "foundation/wchar.h"
 #include "video/thumbnailer.h"
 #include "video/video_transcoder.h"
+#include "tools/refusal.h"
 
 namespace {
 
@@ -24,19 +25,6 @@ void usage() {
         L"       tavrel-transcode --thumbnail MOVIE JPEG [WIDTH TARGET-BYTES]\n");
 }
 
-// The last line of a run that wrote nothing.
-int fail(const std::string& output, const std::string& cause, QVMX::PendingOutput* pending = nullptr,
-         unsigned long long needed = 0) {
-    std::string said = cause;
-    if (pending != nullptr) {
-        said = QVMX::failureCause(output, cause, *pending, needed);
-    } else if (const std::string full = QVMX::fullDiskCause(output); !full.empty()) {
-        said = full;
-    }
-    QVMX::Console::out(L"%ls: %ls; nothing was written.\n", QVMX::wchar::mbs2wcs(output.c_str()).c_str(),
-                       QVMX::wchar::mbs2wcs(said.c_str()).c_str());
-    return 1;
-}
 
 // Refuses an output that cannot be written before any work is done; else
 // opens its temporary file.
@@ -45,7 +33,7 @@ bool startOutput(QVMX::PendingOutput& pending, unsigned long long bytes) {
     if (problem.empty()) problem = QVMX::roomProblem(pending.path(), bytes);
     if (problem.empty() && !pending.isOpen()) problem = pending.cause();
     if (problem.empty()) return true;
-    fail(pending.path(), problem);
+    refuseOutput(pending.path(), problem);
     return false;
 }
 
@@ -60,21 +48,21 @@ int thumbnail(int argc, char** argv) {
     if (argc == 4) {
         if (!thumbnailer.saveFrame(QVMX::wchar::mbs2wcs(pending.temporaryPath().c_str()))) {
             QVMX::Console::out(L"thumbnailer(%ls) failed.\n", jpeg.c_str());
-            return fail(output, "no frame could be saved", &pending);
+            return refuseOutput(output, "no frame could be saved", &pending);
         }
-        return pending.commit() ? 0 : fail(output, pending.cause(), &pending);
+        return pending.commit() ? 0 : refuseOutput(output, pending.cause(), &pending);
     }
     ByteArray bytes;
     if (!thumbnailer.saveFrame(bytes, std::atoi(argv[4]), std::strtoul(argv[5], nullptr, 10))) {
         QVMX::Console::out(L"thumbnailer(%ls) failed.\n", jpeg.c_str());
-        return fail(output, "no frame fits the size asked for");
+        return refuseOutput(output, "no frame fits the size asked for");
     }
     FILE* out = std::fopen(pending.temporaryPath().c_str(), "wb");
     bool written = out != nullptr && std::fwrite(bytes.data, 1, bytes.size, out) == bytes.size;
     if (out != nullptr && std::fclose(out) != 0) written = false;
     QVMX::Console::out(L"bytes: %llu\n", static_cast<unsigned long long>(bytes.size));
-    if (!written) return fail(output, "the JPEG could not be written", &pending);
-    return pending.commit() ? 0 : fail(output, pending.cause(), &pending);
+    if (!written) return refuseOutput(output, "the JPEG could not be written", &pending);
+    return pending.commit() ? 0 : refuseOutput(output, pending.cause(), &pending);
 }
 
 bool numberAfter(const char* argument, const char* name, double& value) {
@@ -189,9 +177,9 @@ int main(int argc, char** argv) {
         nullptr, nullptr);
     if (!ok || frames == 0) {
         QVMX::Console::out(L"process(%s, %s) failed.\n", source.c_str(), output.c_str());
-        return fail(output, "the re-encode failed", &pending, needed);
+        return refuseOutput(output, "the re-encode failed", &pending, needed);
     }
-    if (!pending.commit()) return fail(output, pending.cause(), &pending, needed);
+    if (!pending.commit()) return refuseOutput(output, pending.cause(), &pending, needed);
     QVMX::Console::out(L"frames: %u\n", frames);
     return 0;
 }
