@@ -123,7 +123,8 @@ bool Container::followChunks(BinFile& file, const OffsetMap& where, const std::v
         return std::any_of(settled.begin(), settled.end(),
                            [table](const ByteRange& r) { return r.from <= table->start && table->start < r.to; });
     });
-    return mapChunkOffsets(file, tables, where) && followFragmentIndex(file, where);
+    return mapChunkOffsets(file, tables, where) && followFragmentIndex(file, where) &&
+           followFragmentBases(file, where);
 }
 
 bool Container::modifySTCOIndex(BinFile& file, int64_t delta) {

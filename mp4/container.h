@@ -86,6 +86,8 @@ public:
     bool followChunks(BinFile& file, const OffsetMap& where, const std::vector<ByteRange>& settled = {});
     // The moof offsets of the fragment random-access tables, the same way.
     bool followFragmentIndex(BinFile& file, const OffsetMap& where);
+    // The absolute base data offsets of the track fragments, the same way.
+    bool followFragmentBases(BinFile& file, const OffsetMap& where);
 
     // Rewrites made between these two go into the file in one copy: each
     // operation only records its edits, and commitEdits writes them all.

@@ -11,22 +11,13 @@
 #include "mp4/container_boxes.h"
 #include "mp4/header_boxes.h"
 #include "mp4/sample_table_boxes.h"
+#include "mp4/track_fragments.h"
 
 namespace MP4 {
 
 namespace {
 
 constexpr uint64_t kTableBlock = 64 * 1024;
-// Track-fragment header flags.
-constexpr uint32_t kBaseDataOffsetPresent = 0x000001;
-// Track-run flags.
-constexpr uint32_t kDataOffsetPresent = 0x000001;
-constexpr uint32_t kFirstSampleFlagsPresent = 0x000004;
-constexpr uint32_t kSampleDurationPresent = 0x000100;
-constexpr uint32_t kSampleSizePresent = 0x000200;
-constexpr uint32_t kSampleFlagsPresent = 0x000400;
-constexpr uint32_t kSampleCompositionPresent = 0x000800;
-constexpr uint32_t kDefaultSampleSizePresent = 0x000010;
 
 std::string trackText(size_t track) { return "track " + std::to_string(track); }
 
@@ -175,73 +166,63 @@ bool payloadOf(BinFile& file, const BOX& box, std::vector<uint8_t>& out) {
     return file.readBytes(out.data(), size);
 }
 
+// Reads big-endian numbers from bytes [at, end) of a payload; a read past
+// end clears ok.
 struct Cursor {
     const std::vector<uint8_t>& bytes;
     size_t at = 0;
+    size_t end = 0;
     bool ok = true;
-    uint32_t u32() {
-        if (bytes.size() - at < 4) {
+    size_t left() const { return end - at; }
+    uint64_t read(size_t width) {
+        if (!ok || end - at < width) {
             ok = false;
             return 0;
         }
-        const uint32_t v = readBE32(bytes.data() + at);
-        at += 4;
+        uint64_t v = 0;
+        for (size_t i = 0; i < width; ++i) v = (v << 8) | bytes[at + i];
+        at += width;
         return v;
     }
-    void skip(size_t n) {
-        if (bytes.size() - at < n) ok = false;
-        at = ok ? at + n : bytes.size();
-    }
+    uint32_t u32() { return static_cast<uint32_t>(read(4)); }
+    uint64_t u64() { return read(8); }
 };
-
-// The children of a box read from the bytes of its payload: (type, offset
-// of the payload start, payload size), or false when they do not add up.
-struct Child {
-    FourCC type;
-    size_t at;
-    size_t size;
-};
-bool childrenOf(const std::vector<uint8_t>& bytes, std::vector<Child>& out) {
-    for (size_t at = 0; at < bytes.size();) {
-        if (bytes.size() - at < 8) return false;
-        const uint32_t size = readBE32(bytes.data() + at);
-        if (size < 8 || size > bytes.size() - at) return false;
-        out.push_back({{bytes[at + 4], bytes[at + 5], bytes[at + 6], bytes[at + 7]}, at + 8, size - 8});
-        at += size;
-    }
-    return true;
-}
 
 // One movie fragment: every run of every track fragment must find its
-// samples inside the file, relative to the fragment itself.
+// samples inside the file. A run's offset counts from its track fragment's
+// base: the one its header names, else the fragment's first byte (for the
+// first track fragment, or when the header says so), else the end of the
+// previous track fragment's data.
 std::string fragmentProblem(BinFile& file, const TopLevel& top, const BOX& moof) {
     const std::string subject = "the fragment at byte " + std::to_string(moof.start);
     std::vector<uint8_t> bytes;
-    std::vector<Child> parts;
-    if (!payloadOf(file, moof, bytes) || !childrenOf(bytes, parts)) return subject + " is damaged";
-    // Without a base offset, each track fragment's data follows the one
-    // before it, starting at the fragment's first byte.
+    std::vector<PayloadChild> parts;
+    if (!payloadOf(file, moof, bytes) || !payloadChildren(bytes, 0, bytes.size(), parts)) {
+        return subject + " is damaged";
+    }
     uint64_t nextData = moof.start;
-    for (const Child& traf : parts) {
+    for (const PayloadChild& traf : parts) {
         if (traf.type != fourcc("traf")) continue;
-        const std::vector<uint8_t> payload(bytes.begin() + static_cast<long>(traf.at),
-                                           bytes.begin() + static_cast<long>(traf.at + traf.size));
-        std::vector<Child> boxes;
-        if (!childrenOf(payload, boxes)) return subject + " is damaged";
+        std::vector<PayloadChild> boxes;
+        if (!payloadChildren(bytes, traf.at, traf.size, boxes)) return subject + " is damaged";
         uint32_t defaultSize = 0;
         bool header = false;
-        for (const Child& b : boxes) {
-            Cursor c{payload, b.at};
+        uint64_t base = nextData;
+        for (const PayloadChild& b : boxes) {
+            Cursor c{bytes, b.at, b.at + b.size};
             if (b.type == fourcc("tfhd")) {
                 const uint32_t flags = c.u32() & 0xFFFFFF;
-                if (flags & kBaseDataOffsetPresent) {
-                    return subject + " places its samples at absolute file positions, which a rewrite would break";
-                }
                 c.u32();  // track id
-                if (flags & 0x02) c.u32();
-                if (flags & 0x08) c.u32();
+                if (flags & kBaseDataOffsetPresent) {
+                    base = c.u64();
+                } else if (flags & kDefaultBaseIsMoof) {
+                    base = moof.start;
+                }
+                if (flags & kSampleDescriptionIndexPresent) c.u32();
+                if (flags & kDefaultSampleDurationPresent) c.u32();
                 if (flags & kDefaultSampleSizePresent) defaultSize = c.u32();
                 if (!c.ok) return subject + " is damaged";
+                nextData = base;
                 header = true;
             } else if (b.type == fourcc("trun") && header) {
                 const uint32_t flags = c.u32() & 0xFFFFFF;
@@ -252,16 +233,16 @@ std::string fragmentProblem(BinFile& file, const TopLevel& top, const BOX& moof)
                 uint64_t total = 0;
                 const size_t each = 4 * (((flags & kSampleDurationPresent) != 0) + ((flags & kSampleSizePresent) != 0) +
                                          ((flags & kSampleFlagsPresent) != 0) + ((flags & kSampleCompositionPresent) != 0));
-                if (!c.ok || (each > 0 && count > (b.size - (c.at - b.at)) / each)) return subject + " is damaged";
+                if (!c.ok || (each > 0 && count > c.left() / each)) return subject + " is damaged";
                 for (uint32_t i = 0; i < count; ++i) {
                     if (flags & kSampleDurationPresent) c.u32();
                     total += (flags & kSampleSizePresent) ? c.u32() : defaultSize;
                     if (flags & kSampleFlagsPresent) c.u32();
                     if (flags & kSampleCompositionPresent) c.u32();
                 }
-                const uint64_t start = (flags & kDataOffsetPresent)
-                                           ? static_cast<uint64_t>(static_cast<int64_t>(moof.start) + dataOffset)
-                                           : nextData;
+                const int64_t signedBase = static_cast<int64_t>(std::min<uint64_t>(base, uint64_t{1} << 62));
+                const uint64_t start =
+                    (flags & kDataOffsetPresent) ? static_cast<uint64_t>(signedBase + dataOffset) : nextData;
                 if (total > 0) {
                     const std::string wrong = top.place(start, total);
                     if (!wrong.empty()) return subject + wrong;

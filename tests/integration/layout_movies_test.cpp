@@ -282,6 +282,8 @@ std::vector<ToolLayout> toolLayouts() {
         {"FfmpegMoovFirst", ffmpeg + "-movflags +faststart layout.mp4"},
         {"FfmpegMoovFirstWithRoomReserved", ffmpeg + "-moov_size 16384 layout.mp4"},
         {"FfmpegFragmented", ffmpeg + "-movflags +frag_keyframe+empty_moov+default_base_moof layout.mp4"},
+        // Track-fragment headers that name absolute positions, and an index.
+        {"FfmpegFragmentedAtAbsolutePositions", ffmpeg + "-movflags +frag_keyframe layout.mp4"},
         {"FfmpegMov", ffmpeg + "-f mov layout.mp4"},
         {"GStreamerMp4mux", remux("mp4mux")},
         {"GStreamerQtmux", remux("qtmux")},

@@ -1,9 +1,11 @@
-// A fragmented movie's random-access index: it keeps pointing at its
-// fragments when the movie box grows, and stays the file's last box when
-// something is appended.
+// A fragmented movie's absolute positions: the random-access index and the
+// base offsets some muxers put in track-fragment headers keep pointing at
+// the fragments when the movie box grows, and the index stays the file's
+// last box when something is appended.
 #include <gtest/gtest.h>
 
 #include "mp4/box_edits.h"
+#include "mp4/movie_soundness.h"
 #include "support/movie_file.h"
 #include "tools/builders/box_builder.h"
 
@@ -12,8 +14,10 @@ using namespace builders;
 
 namespace {
 
-Bytes fragment(uint32_t sequence) {
-    const Bytes tfhd = fullBox("tfhd", 0, 0x020000, be32(1));
+// A fragment at byte at; with absolute, its header names that position as
+// the base of its run (else the base is the fragment by flag).
+Bytes fragment(uint32_t sequence, uint64_t at = 0, bool absolute = false) {
+    const Bytes tfhd = absolute ? fullBox("tfhd", 0, 0x000001, be32(1) + be64(at)) : fullBox("tfhd", 0, 0x020000, be32(1));
     const Bytes trun = fullBox("trun", 0, 0x201, be32(1) + be32(0) + be32(4));
     Bytes moof = box("moof", fullBox("mfhd", 0, 0, be32(sequence)) + box("traf", tfhd + trun));
     // The run's data offset: from the fragment's start to its mdat payload.
@@ -35,12 +39,12 @@ struct Fragmented {
     std::vector<uint64_t> moofs;
 };
 
-Fragmented fragmentedMovie() {
+Fragmented fragmentedMovie(bool absolute = false) {
     Fragmented f;
     f.bytes = box("ftyp", "iso5") + box("moov", mvhd(0, 0, 1000, 0) + box("udta", ""));
     for (uint32_t i = 1; i <= 3; ++i) {
         f.moofs.push_back(f.bytes.size());
-        f.bytes += fragment(i);
+        f.bytes += fragment(i, f.bytes.size(), absolute);
     }
     f.bytes += index(f.moofs);
     return f;
@@ -62,22 +66,27 @@ std::vector<uint64_t> indexedOffsets(const Bytes& b) {
 }  // namespace
 
 TEST(FragmentIndex, FollowsTheFragmentsWhenTheMovieBoxGrows) {
-    const Fragmented f = fragmentedMovie();
-    MovieFile m(f.bytes);
-    const Bytes udta = box("udta", box("note", Bytes(40, 'n')));
-    ASSERT_TRUE(m.container.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size())));
-    const Bytes out = m.bytes();
-    const auto offsets = indexedOffsets(out);
-    // Padding in front of the first fragment keeps the fragments' media data
-    // in its place within the page; each run still counts from its fragment.
-    const uint64_t grown = udta.size() - 8;
-    const uint64_t padding = MP4::alignmentPadding(f.moofs[0], f.moofs[0] + grown);
-    ASSERT_EQ(offsets.size(), 3u);
-    for (size_t i = 0; i < offsets.size(); ++i) {
-        EXPECT_EQ(offsets[i], f.moofs[i] + grown + padding);
-        EXPECT_EQ(out.substr(offsets[i] + 4, 4), "moof");
-        const Bytes own = fragment(uint32_t(i + 1));
-        EXPECT_EQ(out.substr(offsets[i] + own.find("mdat") + 4, 4), "abc" + std::to_string(i + 1));
+    for (const bool absolute : {false, true}) {
+        SCOPED_TRACE(absolute ? "absolute bases" : "bases by flag");
+        const Fragmented f = fragmentedMovie(absolute);
+        MovieFile m(f.bytes);
+        const Bytes udta = box("udta", box("note", Bytes(40, 'n')));
+        ASSERT_TRUE(m.container.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size())));
+        const Bytes out = m.bytes();
+        const auto offsets = indexedOffsets(out);
+        // Padding in front of the first fragment keeps the fragments' media
+        // data in its place within the page.
+        const uint64_t grown = udta.size() - 8;
+        const uint64_t padding = MP4::alignmentPadding(f.moofs[0], f.moofs[0] + grown);
+        ASSERT_EQ(offsets.size(), 3u);
+        for (size_t i = 0; i < offsets.size(); ++i) {
+            EXPECT_EQ(offsets[i], f.moofs[i] + grown + padding);
+            EXPECT_EQ(out.substr(offsets[i] + 4, 4), "moof");
+            const Bytes own = fragment(uint32_t(i + 1), offsets[i], absolute);
+            // The fragment as it would have been written in its new place.
+            EXPECT_EQ(out.substr(offsets[i], own.size()), own);
+        }
+        EXPECT_EQ(MP4::soundnessProblem(m.wpath()), "");
     }
 }
 

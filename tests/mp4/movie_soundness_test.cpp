@@ -1,5 +1,5 @@
 // Which movies a rewrite may take: every chunk findable inside one movable
-// box, tables that agree, fragments that are relative to themselves.
+// box, tables that agree, fragments whose runs find their data.
 #include <gtest/gtest.h>
 
 #include "mp4/movie_soundness.h"
@@ -18,9 +18,11 @@ std::string problemOf(const Bytes& bytes) {
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-// A fragment of one track: a trun of sizes after a tfhd with flags.
-Bytes moof(uint32_t tfhdFlags, const std::vector<uint32_t>& sizes, int32_t dataOffset, bool withOffset = true) {
-    Bytes tfhd = fullBox("tfhd", 0, tfhdFlags, be32(1) + (tfhdFlags & 1 ? be64(0) : Bytes()));
+// A fragment of one track: a trun of sizes after a tfhd with flags (and
+// base, when the flags say it is there).
+Bytes moof(uint32_t tfhdFlags, const std::vector<uint32_t>& sizes, int32_t dataOffset, bool withOffset = true,
+           uint64_t base = 0) {
+    Bytes tfhd = fullBox("tfhd", 0, tfhdFlags, be32(1) + (tfhdFlags & 1 ? be64(base) : Bytes()));
     Bytes entries;
     for (uint32_t s : sizes) entries += be32(s);
     const uint32_t flags = 0x200 | (withOffset ? 1 : 0);
@@ -29,10 +31,13 @@ Bytes moof(uint32_t tfhdFlags, const std::vector<uint32_t>& sizes, int32_t dataO
     return box("moof", fullBox("mfhd", 0, 0, be32(1)) + box("traf", tfhd + trun));
 }
 
-Bytes fragmentedMovie(uint32_t tfhdFlags, uint32_t mdatPayload) {
+// With an absolute base, the header names the fragment's own position,
+// moved by shift.
+Bytes fragmentedMovie(uint32_t tfhdFlags, uint32_t mdatPayload, int64_t shift = 0) {
     const Bytes head = box("ftyp", "iso5") + box("moov", mvhd(0, 0, 1000, 0));
     const Bytes probe = moof(tfhdFlags, {10, 20}, 0);
-    const Bytes fragment = moof(tfhdFlags, {10, 20}, int32_t(probe.size() + 8));
+    const Bytes fragment =
+        moof(tfhdFlags, {10, 20}, int32_t(probe.size() + 8), true, uint64_t(int64_t(head.size()) + shift));
     return head + fragment + box("mdat", Bytes(mdatPayload, 'x'));
 }
 
@@ -49,6 +54,7 @@ TEST(Soundness, AnyLayoutOfWholeBoxesIsSound) {
     }
     EXPECT_EQ(problemOf(fragmentedMovie(0x020000, 30)), "");
     EXPECT_EQ(problemOf(fragmentedMovie(0, 30)), "");
+    EXPECT_EQ(problemOf(fragmentedMovie(0x000001, 30)), "");
 }
 
 TEST(Soundness, TruncatedOrMisplacedChunksAreNamedByTrack) {
@@ -87,8 +93,11 @@ TEST(Soundness, TablesThatDisagreeOrRunShortAreRefused) {
     EXPECT_TRUE(contains(problemOf(box("ftyp", "isom") + box("free")), "no movie box"));
 }
 
-TEST(Soundness, FragmentsMustBeRelativeAndWhole) {
-    EXPECT_TRUE(contains(problemOf(fragmentedMovie(0x000001, 30)), "absolute file positions"));
+TEST(Soundness, FragmentsMustBeWhole) {
+    // A base that names the wrong place (as when boxes were put in front of
+    // the fragments without following it).
+    EXPECT_TRUE(contains(problemOf(fragmentedMovie(0x000001, 30, 104)), "the movie is truncated"));
+    EXPECT_TRUE(contains(problemOf(fragmentedMovie(0x000001, 30, -4)), "header of a box"));
     EXPECT_TRUE(contains(problemOf(fragmentedMovie(0x020000, 20)), "the movie is truncated"));
     // A fragment before the movie box would be parted from its data.
     const Bytes late = box("ftyp", "iso5") + moof(0x020000, {4}, 0, false) + box("mdat", "abcd") +
