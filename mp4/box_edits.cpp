@@ -47,11 +47,28 @@ void insertSorted(std::vector<BoxEdit>& edits, BoxEdit edit) {
 
 bool isMediaData(const BOX& box) { return box.isType(fourcc("mdat")); }
 
-// Where the padding of media data goes: right in front of it, or in front of
-// the movie fragment (moof) right before it, whose run offsets count from the
-// fragment's start and so must move with it.
-const BOX& paddedBox(const BOX& media, const BOX* before) {
-    return before != nullptr && before->isType(fourcc("moof")) && before->end() == media.start ? *before : media;
+// Boxes of a fragmented movie that locate what follows them by distance: a
+// segment index (sidx, ssix) counts from its own end to the fragments it
+// lists, and the segment's type and messages come before it.
+bool leadsFragment(const BOX& box) {
+    static constexpr FourCC kTypes[] = {fourcc("sidx"), fourcc("ssix"), fourcc("styp"), fourcc("prft"),
+                                        fourcc("emsg")};
+    return std::any_of(std::begin(kTypes), std::end(kTypes), [&box](FourCC t) { return box.isType(t); });
+}
+
+// Where the padding of media data at(media) goes, as an index into the
+// same sequence: right in front of it, or in front of the movie fragment
+// (moof) right before it, whose run offsets count from the fragment's start,
+// and of the segment boxes right before that, whose distances to the
+// fragment must stay.
+template <class At>
+size_t paddedHead(size_t media, const At& at) {
+    auto adjoins = [&at](size_t k) { return at(k - 1) != nullptr && at(k - 1)->end() == at(k)->start; };
+    size_t head = media;
+    if (head == 0 || !adjoins(head) || !at(head - 1)->isType(fourcc("moof"))) return head;
+    --head;
+    while (head > 0 && adjoins(head) && leadsFragment(*at(head - 1))) --head;
+    return head;
 }
 
 }  // namespace
@@ -69,8 +86,8 @@ void alignMediaData(const NestedBox& root, std::vector<BoxEdit>& edits) {
         if (overwritten) continue;
         const uint64_t landing = movedOffset(edits, start);
         if (landing == start) continue;
-        const BOX& front = paddedBox(box, i > 0 ? boxes[i - 1].get() : nullptr);
-        const size_t f = &front == &box ? i : i - 1;
+        const size_t f = paddedHead(i, [&boxes](size_t k) { return boxes[k].get(); });
+        const BOX& front = *boxes[f];
         const BOX* slot = f > 0 ? boxes[f - 1].get() : nullptr;
         if (slot != nullptr && (slot->end() != front.start || !isPaddingSlot(*slot, edits))) slot = nullptr;
         const uint64_t padding = alignmentPadding(start, landing - (slot != nullptr ? slot->size : 0));
@@ -244,7 +261,14 @@ bool Relayout::assign(const std::vector<const BOX*>& order, const std::vector<Bo
     // A free box right in front of media data that moves (unpadded) goes
     // with it as its padding.
     const size_t n = all.size();
-    auto before = [&all](size_t i) { return i > 0 ? all[i - 1].box : nullptr; };
+    auto box = [&all](size_t k) { return all[k].box; };
+    // For each piece that heads the boxes moving with media data: which.
+    std::vector<size_t> paddedFor(n, n);
+    for (size_t j = 0; j < n; ++j) {
+        if (!isMediaData(*all[j].box)) continue;
+        const size_t head = paddedHead(j, box);
+        if (paddedFor[head] == n) paddedFor[head] = j;
+    }
     std::map<uint64_t, size_t> slots;  // by where they end in the source
     for (size_t k = 0; k < n; ++k) {
         if (all[k].edits.empty() && isPaddingSlot(*all[k].box, edits)) slots[all[k].box->end()] = k;
@@ -252,12 +276,12 @@ bool Relayout::assign(const std::vector<const BOX*>& order, const std::vector<Bo
     std::vector<bool> dropped(n, false);
     uint64_t at = 0;
     for (size_t i = 0; i < n; ++i) {
-        const BOX* box = all[i].box;
-        if (isMediaData(*box) && at != box->start) {
-            const auto slot = slots.find(paddedBox(*box, before(i)).start);
+        const BOX* media = all[i].box;
+        if (isMediaData(*media) && at != media->start) {
+            const auto slot = slots.find(all[paddedHead(i, box)].box->start);
             if (slot != slots.end()) dropped[slot->second] = true;
         }
-        at += box->size + static_cast<uint64_t>(growth[i]);
+        at += media->size + static_cast<uint64_t>(growth[i]);
     }
     at = 0;
     for (size_t i = 0; i < n; ++i) {
@@ -265,12 +289,11 @@ bool Relayout::assign(const std::vector<const BOX*>& order, const std::vector<Bo
         Piece& p = all[i];
         // The media data this piece is padded for: its own, or that of the
         // fragment it heads.
-        size_t media = n;
-        if (isMediaData(*p.box) && &paddedBox(*p.box, before(i)) == p.box) media = i;
-        if (i + 1 < n && isMediaData(*all[i + 1].box) && &paddedBox(*all[i + 1].box, p.box) == p.box) media = i + 1;
+        const size_t media = paddedFor[i];
         if (media < n) {
             const Piece& m = all[media];
-            uint64_t into = media == i ? 0 : p.box->size + static_cast<uint64_t>(growth[i]);
+            uint64_t into = 0;
+            for (size_t k = i; k < media; ++k) into += all[k].box->size + static_cast<uint64_t>(growth[k]);
             // Insertions at its start are written in front of its header.
             for (const BoxEdit* e : m.edits) {
                 if (e->to <= m.box->start) into += static_cast<uint64_t>(e->delta());

@@ -102,3 +102,21 @@ TEST(FragmentIndex, StaysLastWhenSomethingIsAppended) {
     EXPECT_NE(out.find("<x:xmpmeta/>"), Bytes::npos);
     EXPECT_EQ(indexedOffsets(out), f.moofs);
 }
+
+TEST(FragmentIndex, SegmentIndexKeepsItsDistanceToTheFragment) {
+    // A segment index counts from its own end to the fragments it lists, so
+    // the padding that keeps the media data in its page goes in front of it.
+    const Bytes frag = fragment(1);
+    const Bytes sidx = fullBox("sidx", 0, 0,
+                               be32(1) + be32(1000) + be32(0) + be32(0) + be16(0) + be16(1) +
+                                   be32(uint32_t(frag.size())) + be32(0) + be32(0x90000000));
+    const Bytes bytes = box("ftyp", "iso5") + box("moov", mvhd(0, 0, 1000, 0) + box("udta", "")) + sidx + frag;
+    MovieFile m(bytes);
+    const Bytes udta = box("udta", box("note", Bytes(40, 'n')));
+    ASSERT_TRUE(m.container.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size())));
+    const Bytes out = m.bytes();
+    const size_t at = out.find("sidx") - 4;
+    EXPECT_EQ(out.substr(at, sidx.size() + frag.size()), sidx + frag);
+    const size_t mdat = sidx.size() + frag.find("mdat") - 4;
+    EXPECT_EQ((at + mdat) % MP4::kMediaAlignment, (bytes.find("sidx") - 4 + mdat) % MP4::kMediaAlignment);
+}
