@@ -28,7 +28,7 @@ void installMediaServices() {
     };
     services.thumbnail = [](const std::wstring& movie, ByteArray& out, int width, size_t target) {
         MediaPlugin* media = mediaPlugin();
-        return media != nullptr && media->thumbnailBytes(movie, out, width, target);
+        return media != nullptr && media->thumbnailBytes(movie, out, width, target, std::nullopt);
     };
 }
 

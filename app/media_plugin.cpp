@@ -25,8 +25,10 @@ public:
         return true;
     }
 
-    bool thumbnailBytes(const std::wstring& movie, ByteArray& out, int width, size_t target) override {
+    bool thumbnailBytes(const std::wstring& movie, ByteArray& out, int width, size_t target,
+                        std::optional<bool> fullRange) override {
         Thumbnailer thumbnailer(movie);
+        thumbnailer.fullRange = fullRange;
         return thumbnailer.saveFrame(out, width, target);
     }
 

@@ -16,6 +16,7 @@
 #include "foundation/pending_output.h"
 #include "foundation/utility.h"
 #include "foundation/wchar.h"
+#include "meta/full_range_edit.h"
 #include "meta/meta_builder.h"
 #include "mp4/container.h"
 #include "mp4/header_boxes.h"
@@ -103,10 +104,9 @@ Failure mediaFailure() {
 }
 
 // Every step, writing into movie (and thumbnail, when asked for) instead
-// of the output paths, a re-encode first into scratch; a re-encode's maker
-// thumbnail, made of the finished output, goes in last.
+// of the output paths, a re-encode first into scratch.
 Failure runSteps(const Option& option, MP4::Container& source, const std::wstring& movie, const std::wstring& scratch,
-                 const std::wstring& thumbnail, EarlyThumbnail* makerThumbnail) {
+                 const std::wstring& thumbnail) {
     unsigned int frames = 0;
     if (option.reencode) {
         MediaPlugin* media = mediaPlugin();
@@ -127,15 +127,23 @@ Failure runSteps(const Option& option, MP4::Container& source, const std::wstrin
             return {option.source, L"its spatial audio could not be read"};
         }
         MP4::Container encoded;
-        const bool written = encoded.attach(scratch) &&
-                             builder.updateMeta(encoded, source, movie, Utility::isSupporFullRangePixelFormat());
+        const bool fullRange = Utility::isSupporFullRangePixelFormat();
+        bool written = encoded.attach(scratch);
+        {
+            // The maker thumbnail is the scratch file's first frame, read in
+            // the colour range the output is to declare, made beside the
+            // metadata step and put in by its copy.
+            std::optional<EarlyThumbnail> makerThumbnail;
+            if (written && makesMakerThumbnail(option)) {
+                makerThumbnail.emplace(scratch, static_cast<size_t>(option.probe.thumbnailRoom),
+                                       meta::declaredRange(encoded, fullRange));
+            }
+            written = written && builder.updateMeta(encoded, source, movie, fullRange);
+        }  // Its decode is done with the scratch file.
         ::unlink(narrow(scratch).c_str());
         if (!written) return {option.source, L"its metadata could not be written into the re-encoded movie"};
     } else if (!builder.updateMeta(source, source, movie, std::nullopt)) {
         return {option.source, L"its metadata could not be brought up to date"};
-    }
-    if (makerThumbnail != nullptr && !makerThumbnail->finish(movie)) {
-        return {option.source, L"its maker thumbnail could not be put into the output"};
     }
 
     // The maker thumbnail, made on the way, needed the plug-in too.
@@ -201,14 +209,8 @@ bool runJob(const Option& option) {
         }
     }
 
-    // A re-encode's maker thumbnail is its output's first frame.
-    if (option.reencode && makesMakerThumbnail(option)) {
-        makerThumbnail.emplace(wide(movie.scratchPath()), static_cast<size_t>(option.probe.thumbnailRoom), true);
-    }
-
     Failure failure = runSteps(option, *source, wide(movie.temporaryPath()), wide(movie.scratchPath()),
-                               thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring(),
-                               makerThumbnail ? &*makerThumbnail : nullptr);
+                               thumbnail ? wide(thumbnail->temporaryPath()) : std::wstring());
     if (!failure.failed() && !movie.commit()) failure = {option.output, wide(movie.cause())};
     if (failure.failed()) {
         const std::string cause = QVMX::failureCause(narrow(option.output), "", movie, needed);

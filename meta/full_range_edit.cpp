@@ -8,8 +8,14 @@
 
 namespace meta {
 
-bool rangeEdit(MP4::Container& movie, bool fullRange, std::vector<MP4::BoxEdit>& edits) {
-    // With several configuration boxes the last one decides.
+namespace {
+
+// The edit that makes the movie's SPS declare the range, in its last avcC
+// (with several, the last one decides); false when none is made, failed
+// set when the box cannot be replaced. tell: print the flags the movie
+// declared and gets, and why no edit could be made.
+bool rangeReplacement(MP4::Container& movie, bool fullRange, bool tell, MP4::BoxEdit& edit, bool& failed) {
+    failed = false;
     const MP4::AVCC* avcc = nullptr;
     ByteArray box;
     movie.find("moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&](MP4::BOX& found) {
@@ -19,24 +25,45 @@ bool rangeEdit(MP4::Container& movie, bool fullRange, std::vector<MP4::BoxEdit>&
         H264::RangeFlags was;
         auto record = H264::withRange(avcc->payload, fullRange, was);
         if (!record) {
-            QVMX::Notices::post(L"%ls failed: %ls\n", record.failure().where.c_str(), record.failure().cause.c_str());
+            if (tell) {
+                QVMX::Notices::post(L"%ls failed: %ls\n", record.failure().where.c_str(),
+                                    record.failure().cause.c_str());
+            }
             return true;
         }
-        QVMX::Notices::post(
-            L"Container::appendFullRangeAndConstrainedSet1Flag: %d - %d, constrained_set1_flag:  %d - 1\n",
-            was.fullRange ? 1 : 0, fullRange ? 1 : 0, was.constrainedSet1 ? 1 : 0);
+        if (tell) {
+            QVMX::Notices::post(
+                L"Container::appendFullRangeAndConstrainedSet1Flag: %d - %d, constrained_set1_flag:  %d - 1\n",
+                was.fullRange ? 1 : 0, fullRange ? 1 : 0, was.constrainedSet1 ? 1 : 0);
+        }
         if (was.fullRange != fullRange || !was.constrainedSet1) box = MP4::AVCC::boxWith(*record);
         return true;
     });
-    if (avcc == nullptr || box.empty()) return true;
-    MP4::BoxEdit edit;
-    if (!movie.replacementEdit(*avcc, box, edit)) {
+    if (avcc == nullptr || box.empty()) return false;
+    if (movie.replacementEdit(*avcc, box, edit)) return true;
+    if (tell) {
         QVMX::Notices::post(L"Container::modifyContainer::appendFullRangeAndConstrainedSet1Flag(%ls) failed.\n",
-                           movie.path().c_str());
-        return false;
+                            movie.path().c_str());
     }
+    failed = true;
+    return false;
+}
+
+}  // namespace
+
+bool rangeEdit(MP4::Container& movie, bool fullRange, std::vector<MP4::BoxEdit>& edits) {
+    MP4::BoxEdit edit;
+    bool failed = false;
+    if (!rangeReplacement(movie, fullRange, true, edit, failed)) return !failed;
     edits.push_back(std::move(edit));
     return true;
+}
+
+std::optional<bool> declaredRange(MP4::Container& movie, bool fullRange) {
+    MP4::BoxEdit edit;
+    bool failed = false;
+    if (!rangeReplacement(movie, fullRange, false, edit, failed)) return std::nullopt;
+    return fullRange;
 }
 
 bool declareRange(MP4::Container& movie, bool fullRange) {

@@ -22,9 +22,7 @@ struct MovieDescription {
 
 // A maker thumbnail made beside the writing of the output. fill is called
 // when the copy reaches its box: it waits for the JPEG and gives it (true),
-// or says that none was made (false: the box becomes free space). Without
-// fill the box is written zero-filled, to be filled once the output is
-// written.
+// or says that none was made (false: the box becomes free space).
 struct DeferredThumbnail {
     std::function<bool(ByteArray& jpeg)> fill;
 };

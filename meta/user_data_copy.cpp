@@ -76,7 +76,7 @@ void replaceThumbnail(uint8_t* box, uint64_t size, const std::wstring& movie,
     const uint64_t room = size - 8;
     std::fill(payload, payload + room, 0);
     if (const auto& later = mediaServices().deferThumbnail) {
-        if (auto deferred = later(movie, kMakerThumbnailWidth, room)) {
+        if (auto deferred = later(movie, kMakerThumbnailWidth, room); deferred && deferred->fill) {
             fill = deferred->fill;
             return;
         }

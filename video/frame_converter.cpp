@@ -1,5 +1,7 @@
 #include "video/frame_converter.h"
 
+#include <utility>
+
 #include "video/range_expand.h"
 
 extern "C" {
@@ -23,6 +25,18 @@ bool isFullRange(const AVFrame* frame) {
     // RGB is full range by nature.
     const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame->format));
     return d != nullptr && (d->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+}
+
+void markRange(AVFrame* frame, bool fullRange) {
+    // Each layout with its full-range name.
+    static constexpr std::pair<AVPixelFormat, AVPixelFormat> kNames[] = {
+        {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUVJ420P}, {AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUVJ422P},
+        {AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUVJ444P}, {AV_PIX_FMT_YUV440P, AV_PIX_FMT_YUVJ440P},
+        {AV_PIX_FMT_YUV411P, AV_PIX_FMT_YUVJ411P}};
+    for (const auto& [video, full] : kNames) {
+        if (frame->format == video || frame->format == full) frame->format = fullRange ? full : video;
+    }
+    frame->color_range = fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
 FrameConverter::FrameConverter(AVPixelFormat format, int width, int height, AVColorRange range)

@@ -31,4 +31,9 @@ private:
 // True when the frame's values span the full range.
 bool isFullRange(const AVFrame* frame);
 
+// Marks a decoded frame as the H.264 decoder marks it once its
+// stream declares the range: the range, and for 8-bit YUV the pixel format
+// that names it (yuvj for full range). Pixels are not touched.
+void markRange(AVFrame* frame, bool fullRange);
+
 }  // namespace QVMX

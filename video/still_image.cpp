@@ -25,7 +25,8 @@ void fitInside(int width, int height, QVMX::FrameSize box, int& outWidth, int& o
 
 }  // namespace
 
-std::unique_ptr<QVMX::StillImage> buildFrame(const std::wstring& moviePath, QVMX::FrameSize maximumSize) {
+std::unique_ptr<QVMX::StillImage> buildFrame(const std::wstring& moviePath, QVMX::FrameSize maximumSize,
+                                             std::optional<bool> fullRange) {
     namespace ff = QVMX::ff;
     const std::string path = QVMX::wchar::wcs2mbs(moviePath);
     // The probe has usually decoded this frame already: then the movie need
@@ -40,6 +41,8 @@ std::unique_ptr<QVMX::StillImage> buildFrame(const std::wstring& moviePath, QVMX
         frame = QVMX::firstVideoFrame(path, format.get(), index);
     }
     if (!frame || frame->width < 1 || frame->height < 1) return nullptr;
+    // The frame is our own reference: only its description changes.
+    if (fullRange) QVMX::markRange(frame.get(), *fullRange);
 
     int width, height;
     fitInside(frame->width, frame->height, maximumSize, width, height);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,4 +21,7 @@ struct StillImage {
 
 // The movie's picture at time zero, scaled down (keeping its aspect ratio)
 // to fit maximumSize; 0 x 0 means no limit. nullptr when there is none.
-std::unique_ptr<QVMX::StillImage> buildFrame(const std::wstring& moviePath, QVMX::FrameSize maximumSize);
+// fullRange, when set: the colour range the movie is to declare once
+// written, which its picture is read in.
+std::unique_ptr<QVMX::StillImage> buildFrame(const std::wstring& moviePath, QVMX::FrameSize maximumSize,
+                                             std::optional<bool> fullRange = std::nullopt);

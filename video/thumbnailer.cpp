@@ -21,7 +21,7 @@ bool Thumbnailer::saveFrame(const std::wstring& jpegPath) {
 
 bool Thumbnailer::saveFrame(ByteArray& out, int width, size_t targetSize) {
     const QVMX::FrameSize box{static_cast<double>(width), static_cast<double>(width / 2)};
-    std::unique_ptr<QVMX::StillImage> image = buildFrame(moviePath, box);
+    std::unique_ptr<QVMX::StillImage> image = buildFrame(moviePath, box, fullRange);
     if (!image) return false;
 
     // Single precision on purpose: 0.8 minus fourteen steps of 0.05 lands

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "foundation/byte_array.h"
@@ -23,4 +24,8 @@ public:
     static size_t removeAPPX(ByteArray& jpeg);
 
     std::wstring moviePath;
+    // When set, the colour range the movie is to declare once written (a
+    // re-encode's scratch file before its metadata step): the buffer form
+    // reads the picture in it.
+    std::optional<bool> fullRange;
 };
