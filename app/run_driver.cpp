@@ -123,7 +123,7 @@ Failure runSteps(const Option& option, MP4::Container& source, const std::wstrin
 
     if (option.reencode) {
         if (option.probe.modelCode == MetaBuilder::kModelD &&
-            !builder.readSpatialData(option.source, option.startSeconds, option.endSeconds)) {
+            !builder.readSpatialData(source, option.startSeconds, option.endSeconds)) {
             return {option.source, L"its spatial audio could not be read"};
         }
         MP4::Container encoded;

@@ -65,7 +65,9 @@ const std::vector<Edit>& edits() {
         [](MP4::Container& c, const std::string& sourcePath) { appendBlock(c, sourcePath, nullptr); },
         [](MP4::Container& c, const std::string& sourcePath) {
             meta::SpatialSound sound;
-            sound.attach(wide(sourcePath), 0.01, 0.5);
+            MP4::Container source;
+            source.attach(wide(sourcePath));
+            sound.attach(source, 0.01, 0.5);
             appendBlock(c, sourcePath, &sound);
         },
         [](MP4::Container& c, const std::string&) { meta::appendLocations(c, position()); },

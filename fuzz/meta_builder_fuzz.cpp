@@ -10,6 +10,7 @@
 #include "fuzz/scratch_dir.h"
 #include "meta/meta_builder.h"
 #include "meta/meta_probe.h"
+#include "mp4/container.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace fuzzsupport;
@@ -30,7 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         MetaBuilder builder("Tavrel.osx", "2.4.0.2018.01.10", false);
         builder.readMeta(wide(source), false);
         builder.trimStream(start, count);
-        builder.readSpatialData(wide(source), 0u, 1u);
+        MP4::Container parsed;
+        parsed.attach(wide(source));
+        builder.readSpatialData(parsed, 0u, 1u);
         builder.updateMeta(wide(source), output, std::nullopt);
     }
     if (readAll(source) != bytes) std::abort();

@@ -20,7 +20,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     meta::knowSpatialBlock();
     meta::SpatialSound sound;
-    const bool ok = sound.attach(input.wpath(), start, end);
+    MP4::Container container;
+    container.attach(input.wpath());
+    const bool ok = sound.attach(container, start, end);
     if (ok && sound.built) {
         const ByteArray& katr = sound.trimmedKATR;
         if (katr.size < 8 || MP4::readBE32(katr.data) != katr.size) std::abort();
@@ -28,7 +30,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     if (!sound.built && !sound.trimmedKATR.empty()) std::abort();
 
-    MP4::Container container;
-    if (container.attach(input.wpath())) sound.dumpWAV(container, L"/dev/null");
+    if (container.root() != nullptr) sound.dumpWAV(container, L"/dev/null");
     return 0;
 }

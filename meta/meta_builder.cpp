@@ -212,11 +212,11 @@ void MetaBuilder::trimStream(unsigned int start, unsigned int count) {
     trimCount = count;
 }
 
-bool MetaBuilder::readSpatialData(const std::wstring& source, double start, double end) {
+bool MetaBuilder::readSpatialData(MP4::Container& source, double start, double end) {
     return spatialSound.attach(source, start, end);
 }
 
-bool MetaBuilder::readSpatialData(const std::wstring& source, unsigned int start, unsigned int end) {
+bool MetaBuilder::readSpatialData(MP4::Container& source, unsigned int start, unsigned int end) {
     // The command line's "to the end" is the largest whole second.
     if (end == 0xFFFFFFFFu) return spatialSound.attach(source, static_cast<double>(start), -1.0);
     if (spatialSound.attach(source, static_cast<double>(start), static_cast<double>(end))) return true;

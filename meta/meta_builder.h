@@ -46,11 +46,12 @@ public:
     void currentViewHeading(ViewHeading& out) const;
     void trimStream(unsigned int start, unsigned int count);
 
-    // Seconds; a negative end means to the end.
-    bool readSpatialData(const std::wstring& source, double start, double end);
+    // The spatial audio of source (parsed already) cut to a range. Seconds;
+    // a negative end means to the end.
+    bool readSpatialData(MP4::Container& source, double start, double end);
     // Whole seconds; an end of 0xFFFFFFFF, or one past the spatial audio,
     // means to its end.
-    bool readSpatialData(const std::wstring& source, unsigned int start, unsigned int end);
+    bool readSpatialData(MP4::Container& source, unsigned int start, unsigned int end);
 
     // Writes the movie at from, with the metadata brought up to date, into
     // to (a file that exists, which it replaces; from is never written).

@@ -72,13 +72,11 @@ unsigned int appendTable(SpatialSound& sound, Container& container, BOX& box, By
 
 void SpatialSound::clear() { *this = SpatialSound(); }
 
-bool SpatialSound::attach(const std::wstring& path, double start, double end) {
+bool SpatialSound::attach(Container& container, double start, double end) {
     clear();
     if (start <= 0 && end < 0) return true;
     if (end >= 0 && start > end) return false;
-
-    Container container;
-    if (!container.attach(path)) return false;
+    if (container.root() == nullptr) return false;
     BOX* kadt = firstSpatialChild(container, "uuid.KADT");
     if (kadt == nullptr) return true;
     dataOffset = kadt->start + 8;
@@ -99,7 +97,7 @@ bool SpatialSound::attach(const std::wstring& path, double start, double end) {
     if (end >= 0 && (!byteOffsetOf(end, timeScale, sampleSize, last) || last > total)) return false;
 
     // The range must be audio that is really there, in the box and the file.
-    const uint64_t fileLength = QVMX::FileIO(path, 'r').length();
+    const uint64_t fileLength = QVMX::FileIO(container.path(), 'r').length();
     const uint64_t inBox = kadt->size - 8;
     const uint64_t inFile = fileLength > dataOffset ? fileLength - dataOffset : 0;
     if (last > std::min(inBox, inFile) || last > kMaxBoxBytes) return false;

@@ -38,9 +38,10 @@ public:
 
     // Frees the rebuilt box and zeroes every field.
     void clear();
-    // start and end in seconds; a negative end means to the end. True with
-    // nothing built when there is nothing to trim or no spatial data.
-    bool attach(const std::wstring& path, double start, double end);
+    // From the movie parsed already; start and end in seconds, a negative
+    // end meaning to the end. True with nothing built when there is nothing
+    // to trim or no spatial data.
+    bool attach(Container& container, double start, double end);
 
     bool buildTrimmedKATR(Container& container);
     // Appends box (rebuilt where needed) to out; size receives its length.

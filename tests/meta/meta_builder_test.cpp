@@ -5,6 +5,7 @@
 
 #include "meta/axis_tilt_stream.h"
 #include "meta/meta_builder.h"
+#include "mp4/container.h"
 #include "mp4/uuid_box.h"
 #include "tools/builders/camera_builders.h"
 #include "tools/builders/spatial_builder.h"
@@ -123,12 +124,14 @@ TEST(MetaBuilder, SpatialDataToTheEndAndPastIt) {
     MetaBuilder builder("t", "1", false);
     // Four seconds of eight-byte samples at 1000 a second.
     MovieFile spatial(spatialMovie({}), "spatial.mp4");
+    MP4::Container source;
+    ASSERT_TRUE(source.attach(spatial.wpath()));
     for (const unsigned end : {0xFFFFFFFFu, 10u}) {  // the command line's "to the end", and past the audio
-        ASSERT_TRUE(builder.readSpatialData(spatial.wpath(), 1u, end)) << end;
+        ASSERT_TRUE(builder.readSpatialData(source, 1u, end)) << end;
         EXPECT_EQ(builder.spatialSound.endByte, 32000u);
     }
-    ASSERT_TRUE(builder.readSpatialData(spatial.wpath(), 1u, 2u));
+    ASSERT_TRUE(builder.readSpatialData(source, 1u, 2u));
     EXPECT_EQ(builder.spatialSound.startByte, 8000u);
     EXPECT_EQ(builder.spatialSound.endByte, 16000u);
-    EXPECT_FALSE(builder.readSpatialData(spatial.wpath(), 5u, 0xFFFFFFFFu));
+    EXPECT_FALSE(builder.readSpatialData(source, 5u, 0xFFFFFFFFu));
 }

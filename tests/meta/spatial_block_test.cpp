@@ -64,7 +64,9 @@ struct Trim {
     std::string console;
     Trim(const Bytes& bytes, double start, double end) : movie(bytes, "source.mp4") {
         ConsoleCapture capture;
-        result = sound.attach(movie.wpath(), start, end);
+        MP4::Container container;
+        container.attach(movie.wpath());
+        result = sound.attach(container, start, end);
         console = capture.text();
     }
 };
