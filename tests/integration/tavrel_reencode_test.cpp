@@ -1,8 +1,8 @@
 // tavrel with re-encoding options: size, time range, key frames, codec,
 // audio rate and bit rates as ffprobe reads them, the SPS flags as FFmpeg's
 // trace_headers reads them, the newest cameras' sensor boxes and spatial
-// audio cut to the kept range, and the thumbnail. One run per row:
-// re-encoding is slow.
+// audio cut to the kept range, their maker thumbnail, and the thumbnail.
+// One run per row: re-encoding is slow.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -62,6 +62,26 @@ void expectSpatialAudio(const std::string& in, const std::string& out, uint32_t 
     EXPECT_EQ(after.kdt9, std::make_pair(after.start, after.size));
 }
 
+// The maker thumbnail is the finished output's first frame read in the
+// range the output declares: the bytes the thumbnail tool makes of the
+// output, at the start of the box and the rest zero, a 640-wide bound that
+// keeps the 256 x 128 picture as it is.
+void expectMakerThumbnailOfOutput(const Workspace& work, const std::string& out, const std::vector<Box>& top) {
+    const auto kthu = findBoxes(top, "moov.udta.KTHU");
+    ASSERT_EQ(kthu.size(), 1u);
+    const std::string payload = payloadOf(out, *kthu[0]);
+    const auto quoted = [](const std::filesystem::path& p) { return testsupport::shellQuote(p.string()); };
+    const auto made = testsupport::runCommand(toolCommand("tavrel-transcode") + " --thumbnail " +
+                                              quoted(work.output()) + " " + quoted(work.file("of-output.jpg")) +
+                                              " 640 " + std::to_string(payload.size()));
+    ASSERT_EQ(made.status, 0) << made.output;
+    const std::string jpeg = readFile(work.file("of-output.jpg"));
+    EXPECT_TRUE(!jpeg.empty() && payload.compare(0, jpeg.size(), jpeg) == 0)
+        << "KTHU does not hold the output's first frame";
+    EXPECT_EQ(payload.find_first_not_of('\0', jpeg.size()), std::string::npos);
+    expectJpeg(work.file("of-output.jpg"), "256", "128");
+}
+
 class Reencoded : public testing::TestWithParam<Reencode> {};
 
 TEST_P(Reencoded, IsWhatTheOptionsAskAndCleanFullRangeVideo) {
@@ -113,6 +133,7 @@ TEST_P(Reencoded, IsWhatTheOptionsAskAndCleanFullRangeVideo) {
     if (isNewest(r.source)) {
         expectSensorsKept(in, out, r.firstSecond * 30, r.packets);
         expectSpatialAudio(in, out, r.firstSecond, r.packets / 30);
+        expectMakerThumbnailOfOutput(work, out, top);
     }
     if (contains(r.options, "-thumb:")) expectJpeg(work.file("first.jpg"), "256", "128");
 }
