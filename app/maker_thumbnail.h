@@ -16,11 +16,13 @@
 
 class EarlyThumbnail {
 public:
-    // Starts making the thumbnail of movie for a box of room payload bytes;
-    // fullRange, when set, is the range movie is to declare once written.
-    // While this object lives, the user-data copy of movie takes it from
-    // here.
-    EarlyThumbnail(const std::wstring& movie, size_t room, std::optional<bool> fullRange = std::nullopt);
+    // Makes the thumbnail of movie for a box of room payload bytes, from
+    // now on or (whenAsked) once the user-data copy of movie asks for it,
+    // which it does while this object lives; fullRange, when set, is the
+    // range movie is to declare once written. Started only when asked, a
+    // run that fails before its copy gets to the user data decodes nothing.
+    EarlyThumbnail(const std::wstring& movie, size_t room, std::optional<bool> fullRange = std::nullopt,
+                   bool whenAsked = false);
     // Waits for the thread and puts the services back.
     ~EarlyThumbnail();
     EarlyThumbnail(const EarlyThumbnail&) = delete;
@@ -32,8 +34,11 @@ private:
         ByteArray jpeg;
     };
 
+    void start();
+
     std::wstring movie_;
     size_t room_;
+    std::optional<bool> fullRange_;
     std::future<Made> made_;
     // Whether the user-data copy asked for the thumbnail: it is given once.
     bool asked_ = false;

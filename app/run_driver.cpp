@@ -132,11 +132,11 @@ Failure runSteps(const Option& option, MP4::Container& source, const std::wstrin
         {
             // The maker thumbnail is the scratch file's first frame, read in
             // the colour range the output is to declare, made beside the
-            // metadata step and put in by its copy.
+            // metadata step's copy, which puts it in.
             std::optional<EarlyThumbnail> makerThumbnail;
             if (written && makesMakerThumbnail(option)) {
                 makerThumbnail.emplace(scratch, static_cast<size_t>(option.probe.thumbnailRoom),
-                                       meta::declaredRange(encoded, fullRange));
+                                       meta::declaredRange(encoded, fullRange), true);
             }
             written = written && builder.updateMeta(encoded, source, movie, fullRange);
         }  // Its decode is done with the scratch file.
