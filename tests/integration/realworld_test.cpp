@@ -6,97 +6,17 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <map>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "run_outcome.h"
 #include "tavrel_fixture.h"
 
 namespace e2e {
 namespace {
-
-// Just enough JSON for the manifest: objects, arrays, strings, numbers.
-struct Json {
-    std::string text;  // a string's value, or a number as written
-    std::vector<Json> items;
-    std::map<std::string, Json> members;
-
-    const Json& operator[](const std::string& key) const {
-        static const Json none;
-        const auto found = members.find(key);
-        return found == members.end() ? none : found->second;
-    }
-};
-
-class JsonReader {
-public:
-    explicit JsonReader(const std::string& s) : s_(s) {}
-
-    Json value() {
-        Json v;
-        const char c = next();
-        if (c == '{') {
-            ++at_;
-            while (next() != '}') {
-                std::string key = string();
-                expect(':');
-                v.members[key] = value();
-                if (next() == ',') ++at_;
-            }
-            ++at_;
-        } else if (c == '[') {
-            ++at_;
-            while (next() != ']') {
-                v.items.push_back(value());
-                if (next() == ',') ++at_;
-            }
-            ++at_;
-        } else if (c == '"') {
-            v.text = string();
-        } else {
-            while (at_ < s_.size() && (std::isalnum(static_cast<unsigned char>(s_[at_])) || s_[at_] == '.' ||
-                                       s_[at_] == '-' || s_[at_] == '+')) {
-                v.text += s_[at_++];
-            }
-            if (v.text.empty()) throw std::runtime_error("manifest: unexpected byte at " + std::to_string(at_));
-        }
-        return v;
-    }
-
-private:
-    char next() {
-        while (at_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[at_]))) ++at_;
-        if (at_ >= s_.size()) throw std::runtime_error("manifest: ends early");
-        return s_[at_];
-    }
-    void expect(char c) {
-        if (next() != c) throw std::runtime_error(std::string("manifest: expected ") + c);
-        ++at_;
-    }
-    std::string string() {
-        expect('"');
-        std::string out;
-        while (at_ < s_.size() && s_[at_] != '"') {
-            char c = s_[at_++];
-            if (c == '\\' && at_ < s_.size()) {
-                c = s_[at_++];
-                // The manifest's text is ASCII; an escaped code point is kept
-                // as written, which is enough for names and notes.
-                if (c == 'n') c = '\n';
-                if (c == 'u') out += "\\";
-            }
-            out += c;
-        }
-        ++at_;
-        return out;
-    }
-
-    const std::string& s_;
-    size_t at_ = 0;
-};
 
 const std::filesystem::path kData = std::filesystem::path(TAVREL_SOURCE_DIR) / "tests/data/realworld";
 
@@ -109,11 +29,11 @@ struct Movie {
 
 void PrintTo(const Movie& m, std::ostream* os) { *os << m.id; }
 
+nlohmann::json manifestFiles() { return nlohmann::json::parse(testsupport::readFile(kData / "manifest.json"))["files"]; }
+
 std::vector<Movie> manifest() {
-    const std::string text = testsupport::readFile(kData / "manifest.json");
-    const Json root = JsonReader(text).value();
     std::vector<Movie> movies;
-    for (const Json& f : root["files"].items) movies.push_back({f["id"].text, f["notes"].text});
+    for (const auto& f : manifestFiles()) movies.push_back({f["id"], f.value("notes", "")});
     if (movies.empty()) throw std::runtime_error("the manifest lists no movie");
     return movies;
 }
@@ -136,15 +56,13 @@ protected:
 };
 
 TEST(RealWorldData, EveryMovieIsThereWithTheBytesAndLicenceTheManifestRecords) {
-    const std::string text = testsupport::readFile(kData / "manifest.json");
-    const Json root = JsonReader(text).value();
-    for (const Json& f : root["files"].items) {
-        const auto path = kData / "files" / f["id"].text;
+    for (const auto& f : manifestFiles()) {
+        const auto path = kData / "files" / f["id"].get<std::string>();
         ASSERT_TRUE(std::filesystem::exists(path)) << path;
-        EXPECT_EQ(sha256(path), f["sha256"].text) << path;
-        EXPECT_EQ(std::to_string(std::filesystem::file_size(path)), f["bytes"].text) << path;
+        EXPECT_EQ(sha256(path), f["sha256"]) << path;
+        EXPECT_EQ(std::filesystem::file_size(path), f["bytes"]) << path;
         // Each movie keeps its own licence, and the manifest must say which.
-        EXPECT_FALSE(f["license"].text.empty()) << path << " has no licence in the manifest";
+        EXPECT_FALSE(f.value("license", "").empty()) << path << " has no licence in the manifest";
     }
 }
 
