@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "mp4/byte_copy.h"
 #include "mp4/container.h"
 #include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
@@ -46,14 +45,6 @@ bool succeedsUnderFileSizeLimit(rlim_t limit, const std::function<bool()>& fn) {
     int status = 0;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
-}
-
-// More than one memory step, and no pattern that repeats at a page.
-std::string pattern(size_t n) {
-    std::string s(n, '\0');
-    uint32_t x = 12345;
-    for (auto& c : s) c = char((x = x * 1103515245u + 12345u) >> 24);
-    return s;
 }
 
 }  // namespace
@@ -162,34 +153,5 @@ TEST(CommitTarget, ATargetThatCannotTakeTheFileFailsWithoutRemovingIt) {
         EXPECT_EQ(m.bytes(), m.original);
         EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
         EXPECT_EQ(m.container.path(), m.wpath());
-    }
-}
-
-TEST(CopyBytes, AnyOffsetsAndShortSourcesCopyExactly) {
-    constexpr uint64_t kSize = (3u << 20) + 123;
-    const std::string source = pattern(kSize + 1000);
-    // Offsets that differ within a page, congruent ones, and an output that
-    // starts just short of a 64 KiB boundary take different ways through
-    // the copy.
-    for (const auto& [inAt, outAt] : {std::pair<uint64_t, uint64_t>{1000, 777}, {1000, 1000 + 3 * 4096},
-                                      {1000, 65536 - 100}}) {
-        SCOPED_TRACE(std::to_string(inAt) + " -> " + std::to_string(outAt));
-        TempDir dir;
-        writeFile(dir.file("in"), source);
-        writeFile(dir.file("out"), std::string(outAt, 'x'));
-        const uint64_t size = kSize + 1000 - inAt;
-        {
-            QVMX::FileIO from(dir.wfile("in"), 'r');
-            QVMX::FileIO to(dir.wfile("out"), 'a');
-            ASSERT_TRUE(from.seek_set(inAt) && to.seek_set(outAt));
-            EXPECT_EQ(MP4::copyBytes(from, to, size), size);
-            EXPECT_EQ(to.position(), outAt + size);
-            // The source has run out: what is there is copied and the copy stops.
-            ASSERT_TRUE(from.seek_set(kSize - 4000));
-            EXPECT_EQ(MP4::copyBytes(from, to, kSize), 5000u);
-            EXPECT_EQ(from.position(), kSize + 1000);
-        }
-        EXPECT_EQ(readFile(dir.file("out")),
-                  std::string(outAt, 'x') + source.substr(inAt) + source.substr(kSize - 4000));
     }
 }

@@ -42,6 +42,7 @@ const Case kCases[] = {
     {"a head, then to the end", 1000, 1000 + 3 * 4096, kSize - 1000},
     {"a head and a tail", 1000, 1000 + 4096, kSize - 6000},
     {"offsets apart within a block", 1000, 777, kSize - 1000},
+    {"an output just short of 64 KiB", 1000, 65536 - 100, kSize - 1000},
     {"a small range", 4096, 0, 64 << 10},
 };
 
@@ -100,6 +101,21 @@ TEST(SharedExtents, EveryWayThroughTheCopyGivesTheSourcesBytes) {
         SCOPED_TRACE(c.what);
         EXPECT_EQ(copied(dir, c, source), std::string(c.outAt, 'x') + source.substr(c.inAt, c.size));
     }
+}
+
+TEST(SharedExtents, ASourceThatRunsOutIsCopiedAsFarAsItGoes) {
+    const std::string source = pattern(kSize);
+    TempDir dir;
+    writeFile(dir.file("in"), source);
+    writeFile(dir.file("out"), "");
+    {
+        QVMX::FileIO from(dir.wfile("in"), 'r');
+        QVMX::FileIO to(dir.wfile("out"), 'a');
+        ASSERT_TRUE(from.seek_set(kSize - 5000));
+        EXPECT_EQ(MP4::copyBytes(from, to, kSize), 5000u);
+        EXPECT_EQ(from.position(), kSize);
+    }
+    EXPECT_EQ(readFile(dir.file("out")), source.substr(kSize - 5000));
 }
 
 TEST(SharedExtents, RangesAlikeWithinABlockShareTheSourcesBlocks) {
