@@ -40,11 +40,6 @@ std::vector<uint64_t> mediaPlaces(MP4::Container& c) {
     return places;
 }
 
-Bytes payloadOf(MovieFile& m, const char* path) {
-    const MP4::BOX* b = m.first(path);
-    return b == nullptr ? Bytes() : m.bytes().substr(b->start + 8, b->size - 8);
-}
-
 ByteArray bytesOf(const Bytes& b) { return ByteArray(b.data(), b.size()); }
 
 }  // namespace
@@ -154,17 +149,22 @@ TEST(TimeStamp, EveryHeaderTakesTheCreationTimeInItsVersionsWidth) {
     EXPECT_TRUE(m.container.updateTimeStamp(time));
     m.container.attach(m.wpath());  // read again
     std::vector<uint64_t> stamps;
+    m.container.find("moov.trak.tkhd",
+                     [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<MP4::TKHD&>(b).creationTime), true; });
     m.container.find("moov.trak.mdia.mdhd",
                      [&](MP4::BOX& b) { return stamps.push_back(dynamic_cast<MP4::MDHD&>(b).creationTime), true; });
-    EXPECT_EQ(stamps, (std::vector<uint64_t>{0x11223344, time}));
+    EXPECT_EQ(stamps, (std::vector<uint64_t>{0x11223344, time, 0x11223344, time}));
     // The modification time stays; so does the second movie box, the last in the file.
     const Bytes b = m.bytes();
     EXPECT_EQ(b.substr(b.find("mvhd") + 4, 20), be32(0x01000000) + be64(time) + be64(5));
     EXPECT_EQ(b.substr(b.rfind("mvhd")), m.original.substr(m.original.rfind("mvhd")));
 
-    MovieFile tiny(box("moov", box("trak", fullBox("tkhd", 0, 0, "ab"))) + box("free", "after"));
-    EXPECT_FALSE(tiny.container.updateTimeStamp(0xFFFFFFFF));
-    EXPECT_EQ(tiny.bytes(), tiny.original);
+    // Too short for the field, or with a 64-bit size: left alone.
+    for (const Bytes& tkhd : {fullBox("tkhd", 0, 0, "ab"), largeBox("tkhd", Bytes(84, '\0'))}) {
+        MovieFile tiny(box("moov", box("trak", tkhd)) + box("free", "after"));
+        EXPECT_FALSE(tiny.container.updateTimeStamp(0xFFFFFFFF));
+        EXPECT_EQ(tiny.bytes(), tiny.original);
+    }
 }
 
 TEST(ReplaceUdta, ReplacesOrAppendsTheUserDataAndKeepsEverySample) {
@@ -179,7 +179,7 @@ TEST(ReplaceUdta, ReplacesOrAppendsTheUserDataAndKeepsEverySample) {
             const auto offsets = chunkOffsets(m.path);
             EXPECT_TRUE(m.container.replaceUdta(udta.size(), bytesOf(udta)));
             EXPECT_EQ(m.first("moov.udta")->end(), m.container.moov()->end());
-            EXPECT_EQ(payloadOf(m, "moov.udta"), udta.substr(8));
+            EXPECT_EQ(m.payload("moov.udta"), udta.substr(8));
             EXPECT_EQ(m.bytes().find("old model"), std::string::npos);
             EXPECT_EQ(allSamples(m.path), movieSamples(shape));
             if (!shape.moovFirst) {
