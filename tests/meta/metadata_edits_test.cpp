@@ -28,11 +28,6 @@ MovieShape with(MovieShape s, const Bytes& udtaChildren) {
     return s;
 }
 
-Bytes payloadOf(MovieFile& m, const char* path) {
-    const MP4::BOX* b = m.first(path);
-    return b == nullptr ? Bytes() : m.bytes().substr(b->start + 8, b->size - 8);
-}
-
 Bytes id(const MP4::UserType& t) { return Bytes(t.begin(), t.end()); }
 Bytes loci(size_t size) { return box("loci", Bytes(size - 8, '\0')); }
 
@@ -86,7 +81,7 @@ TEST(RemoveBadLoci, OnlyTheShortFormGoesAndEverySampleStays) {
 TEST(AppendLocations, BoxesAlreadyThereAreNotAddedAgainAndAMovieWithoutMediaIsRefused) {
     MovieFile some(buildMovie({.udtaChildren = kLoci + kXyz}));
     EXPECT_TRUE(meta::appendLocations(some.container, position()));
-    EXPECT_EQ(payloadOf(some, "moov.udta"), kLoci + kXyz + kCxyz);
+    EXPECT_EQ(some.payload("moov.udta"), kLoci + kXyz + kCxyz);
     MovieFile all(buildMovie({.udtaChildren = kCxyz + kXyz + kLoci}));
     QVMX::Notices::Capture notices;
     EXPECT_TRUE(meta::appendLocations(all.container, position()));
@@ -107,7 +102,7 @@ TEST(SphericalVideoXml, GoesIntoTheVideoTrackWithTheLocationsInOneRewrite) {
             EXPECT_TRUE(meta::appendLocationAndSphericalVideoXML(m.container, position(), kXml));
             const auto& video = static_cast<MP4::NestedBox&>(*m.container.videoTrack());
             EXPECT_EQ(m.bytes().substr(video.children.back()->start), sphere + m.bytes().substr(video.end()));
-            const Bytes udta = payloadOf(m, "moov.udta");
+            const Bytes udta = m.payload("moov.udta");
             EXPECT_EQ(udta.substr(udta.size() - kLocations.size()), kLocations);
             EXPECT_EQ(allSamples(m.path), movieSamples(shape));
             EXPECT_FALSE(m.temporaryLeft());

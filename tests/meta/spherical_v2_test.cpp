@@ -6,16 +6,13 @@
 #include <string>
 
 #include "meta/spherical_v2.h"
+#include "tools/builders/box_builder.h"
 
 namespace {
 
-std::string be32(uint32_t v) { return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; }
-std::string box(const std::string& type, const std::string& payload) {
-    return be32(uint32_t(8 + payload.size())) + type + payload;
-}
-std::string full(const std::string& type, const std::string& payload) {
-    return box(type, std::string(4, '\0') + payload);
-}
+using builders::be32;
+using builders::box;
+std::string full(const std::string& type, const std::string& payload) { return builders::fullBox(type, 0, 0, payload); }
 std::string entry(const std::string& children) { return box("avc1", std::string(78, '\0') + children); }
 const std::string kAvcC = box("avcC", "\x01\x42\xc0\x1e");
 

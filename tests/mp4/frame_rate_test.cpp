@@ -4,6 +4,7 @@
 #include <string>
 
 #include "mp4/frame_rate.h"
+#include "tools/builders/box_builder.h"
 
 using MP4::STTS;
 
@@ -29,10 +30,8 @@ TEST(NominalFrameRate, TablesWithoutDuration) {
 
 namespace {
 
-std::string be32(uint32_t v) { return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; }
-std::string box(const char* type, const std::string& payload) {
-    return be32(uint32_t(payload.size() + 8)) + type + payload;
-}
+using builders::be32;
+using builders::box;
 
 // tfhd for a track, with a default duration when one is given.
 std::string tfhd(uint32_t track, uint32_t duration = 0) {

@@ -4,15 +4,13 @@
 #include <string>
 
 #include "mp4/sample_entry.h"
+#include "tools/builders/box_builder.h"
 
 namespace {
 
-std::string be32(uint32_t v) {
-    return {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-}
-std::string box(const std::string& type, const std::string& payload) {
-    return be32(uint32_t(8 + payload.size())) + type + payload;
-}
+using builders::be32;
+using builders::box;
+
 std::string entry(const std::string& children) { return box("avc1", std::string(78, '\0') + children); }
 ByteArray bytes(const std::string& s) { return ByteArray(s.data(), s.size()); }
 

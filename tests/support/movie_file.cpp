@@ -25,4 +25,9 @@ MP4::BOX* MovieFile::first(const char* boxPath) {
     return found;
 }
 
+std::string MovieFile::payload(const char* boxPath) {
+    const MP4::BOX* b = first(boxPath);
+    return b == nullptr ? std::string() : bytes().substr(b->start + 8, b->size - 8);
+}
+
 }  // namespace testsupport

@@ -20,6 +20,8 @@ struct MovieFile {
     bool temporaryLeft() const;
     // The first box found under a dotted path, or null.
     MP4::BOX* first(const char* boxPath);
+    // The payload of that box as the file holds it now; empty when absent.
+    std::string payload(const char* boxPath);
 
     TempDir dir;
     std::filesystem::path path;
