@@ -1,241 +1,27 @@
-// Movies in every top-level layout writers use, made here from one ffmpeg
-// movie: by ffmpeg itself, by GStreamer's muxers remuxing it, by
-// AtomicParsley tagging it, and by a byte-level builder of this file for
-// what no tool here writes (several media-data boxes between free, skip,
-// wide and uuid boxes, 64-bit box sizes, 64-bit chunk offsets, a last box
-// sized to the end of the file, a movie over 4 GiB). The metadata path must
-// keep every packet of each.
+// Movies in every top-level layout writers use: made by ffmpeg itself, by
+// GStreamer's muxers and by AtomicParsley from one ffmpeg movie, and by the
+// test builders for what no tool here writes (several media-data boxes
+// between free, skip, wide and uuid boxes, 64-bit box sizes, 64-bit chunk
+// offsets, a last box sized to the end of the file, a movie over 4 GiB).
+// The metadata path must keep every packet of each, as ffprobe reads them.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <fstream>
-#include <functional>
-#include <set>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "box_walk.h"
 #include "run_outcome.h"
+#include "support/movie_samples.h"
 #include "tavrel_fixture.h"
+#include "tools/builders/box_builder.h"
 
 namespace e2e {
 namespace {
 
+using namespace builders;
 using testsupport::readFile;
 using testsupport::shellQuote;
-
-std::string be32(uint64_t v) {
-    std::string s(4, '\0');
-    for (int i = 0; i < 4; ++i) s[i] = static_cast<char>(v >> (24 - 8 * i));
-    return s;
-}
-std::string be64(uint64_t v) { return be32(v >> 32) + be32(v & 0xffffffffu); }
-uint64_t readBE(const std::string& s, uint64_t at, int bytes) {
-    uint64_t v = 0;
-    for (int i = 0; i < bytes; ++i) v = (v << 8) | static_cast<unsigned char>(s.at(at + i));
-    return v;
-}
-std::string box(const std::string& type, const std::string& payload) {
-    return be32(8 + payload.size()) + type + payload;
-}
-
-// A box of the movie box as the builder takes it apart: the boxes on the
-// way to the chunk offsets are opened, every other one is kept whole.
-struct Node {
-    std::string type;
-    std::string payload;
-    std::vector<Node> children;
-    bool opened = false;
-};
-
-std::vector<Node> parse(const std::string& s, uint64_t begin, uint64_t end) {
-    static const std::set<std::string> opened = {"moov", "trak", "mdia", "minf", "stbl"};
-    std::vector<Node> nodes;
-    while (begin + 8 <= end) {
-        uint64_t size = readBE(s, begin, 4), header = 8;
-        if (size == 1) size = readBE(s, begin + 8, 8), header = 16;
-        if (size < header || begin + size > end) throw std::runtime_error("a box overruns its parent");
-        Node n{s.substr(begin + 4, 4), "", {}, false};
-        if (opened.count(n.type)) {
-            n.opened = true;
-            n.children = parse(s, begin + header, begin + size);
-        } else {
-            n.payload = s.substr(begin + header, size - header);
-        }
-        nodes.push_back(std::move(n));
-        begin += size;
-    }
-    return nodes;
-}
-
-bool isChunkOffsets(const Node& n) { return n.type == "stco" || n.type == "co64"; }
-
-std::vector<uint64_t> offsetsOf(const Node& n) {
-    const int width = n.type == "co64" ? 8 : 4;
-    std::vector<uint64_t> offsets;
-    for (uint64_t i = 0, count = readBE(n.payload, 4, 4); i < count; ++i) {
-        offsets.push_back(readBE(n.payload, 8 + width * i, width));
-    }
-    return offsets;
-}
-
-void collectOffsets(const std::vector<Node>& nodes, std::vector<uint64_t>& out) {
-    for (const Node& n : nodes) {
-        if (isChunkOffsets(n)) {
-            const auto o = offsetsOf(n);
-            out.insert(out.end(), o.begin(), o.end());
-        }
-        collectOffsets(n.children, out);
-    }
-}
-
-std::string serialize(const std::vector<Node>& nodes, bool co64, const std::function<uint64_t(uint64_t)>& place) {
-    std::string out;
-    for (const Node& n : nodes) {
-        if (n.opened) {
-            out += box(n.type, serialize(n.children, co64, place));
-        } else if (isChunkOffsets(n)) {
-            const auto offsets = offsetsOf(n);
-            std::string table = n.payload.substr(0, 4) + be32(offsets.size());
-            for (uint64_t o : offsets) {
-                const uint64_t moved = place(o);
-                if (!co64 && moved > 0xffffffffu) throw std::runtime_error("a chunk offset needs co64");
-                table += co64 ? be64(moved) : be32(moved);
-            }
-            out += box(co64 ? "co64" : "stco", table);
-        } else {
-            out += box(n.type, n.payload);
-        }
-    }
-    return out;
-}
-
-// One top-level box of a layout: bytes as they are, the movie box, or a
-// media-data box holding pieces of the source's media data in order, with
-// holes (zeros, left unwritten in the file) between them if asked.
-struct Item {
-    enum Kind { Bytes, Moov, Mdat } kind;
-    std::string bytes;            // Bytes
-    std::vector<int64_t> pieces;  // Mdat: piece index, or -n for a hole of n bytes
-    bool largeSize = false;       // Mdat: size 1 and a 64-bit size
-    bool toEnd = false;           // Mdat: size 0, up to the end of the file
-};
-
-Item bytes(const std::string& b) { return {Item::Bytes, b, {}}; }
-Item moov() { return {Item::Moov, "", {}}; }
-Item mdat(std::vector<int64_t> pieces, bool largeSize = false, bool toEnd = false) {
-    return {Item::Mdat, "", std::move(pieces), largeSize, toEnd};
-}
-Item uuidBox() { return bytes(box("uuid", std::string("\x5a\x1e\x07\x3c\x9b\x44\x4d\x21\x8e\x60\x3f\x12\xa4\x77\x0b\xd5", 16) + "any payload")); }
-
-struct Layout {
-    std::string name;
-    std::vector<Item> items;
-    bool co64 = false;
-};
-
-// Writes the source movie (ftyp, media data, movie box, as ffmpeg writes
-// it) in the layout: its media data cut at chunk starts into as many
-// pieces as the layout names, every chunk offset moved with its piece.
-void build(const std::filesystem::path& sourcePath, const Layout& layout, const std::filesystem::path& outPath) {
-    const std::string src = readFile(sourcePath);
-    std::string ftyp;
-    uint64_t mediaStart = 0, mediaSize = 0;
-    std::vector<Node> movie;
-    for (uint64_t at = 0; at + 8 <= src.size();) {
-        const uint64_t size = readBE(src, at, 4);
-        const std::string type = src.substr(at + 4, 4);
-        if (type == "ftyp") ftyp = src.substr(at, size);
-        if (type == "mdat") mediaStart = at + 8, mediaSize = size - 8;
-        if (type == "moov") movie = parse(src, at, at + size);
-        at += size;
-    }
-    if (ftyp.empty() || mediaSize == 0 || movie.empty()) throw std::runtime_error("unexpected source layout");
-
-    int pieceCount = 0;
-    for (const Item& item : layout.items) {
-        for (int64_t p : item.pieces) pieceCount += p >= 0;
-    }
-    // Cuts at the chunk starts nearest to equal parts.
-    std::vector<uint64_t> chunks;
-    collectOffsets(movie, chunks);
-    std::sort(chunks.begin(), chunks.end());
-    std::vector<uint64_t> cuts = {0};
-    for (int i = 1; i < pieceCount; ++i) {
-        const uint64_t target = mediaSize * i / pieceCount;
-        const auto c = std::lower_bound(chunks.begin(), chunks.end(), mediaStart + target);
-        if (c == chunks.end() || *c - mediaStart <= cuts.back()) throw std::runtime_error("too few chunks to cut");
-        cuts.push_back(*c - mediaStart);
-    }
-    cuts.push_back(mediaSize);
-
-    // Where each piece lands; the movie box's size does not depend on it.
-    const uint64_t moovSize = serialize(movie, layout.co64, [](uint64_t) { return 0; }).size();
-    std::vector<uint64_t> landing(pieceCount);
-    uint64_t at = ftyp.size();
-    for (const Item& item : layout.items) {
-        if (item.kind == Item::Bytes) at += item.bytes.size();
-        if (item.kind == Item::Moov) at += moovSize;
-        if (item.kind != Item::Mdat) continue;
-        at += item.largeSize ? 16 : 8;
-        for (int64_t p : item.pieces) {
-            if (p >= 0) landing[p] = at;
-            at += p >= 0 ? cuts[p + 1] - cuts[p] : static_cast<uint64_t>(-p);
-        }
-    }
-    const auto place = [&](uint64_t offset) {
-        const uint64_t rel = offset - mediaStart;
-        const auto piece = std::upper_bound(cuts.begin(), cuts.end(), rel) - cuts.begin() - 1;
-        return landing[piece] + rel - cuts[piece];
-    };
-    const std::string moovBytes = serialize(movie, layout.co64, place);
-
-    std::ofstream out(outPath, std::ios::binary | std::ios::trunc);
-    out << ftyp;
-    for (const Item& item : layout.items) {
-        if (item.kind == Item::Bytes) out << item.bytes;
-        if (item.kind == Item::Moov) out << moovBytes;
-        if (item.kind != Item::Mdat) continue;
-        uint64_t payload = 0;
-        for (int64_t p : item.pieces) payload += p >= 0 ? cuts[p + 1] - cuts[p] : static_cast<uint64_t>(-p);
-        if (item.toEnd) {
-            out << be32(0) << "mdat";
-        } else if (item.largeSize) {
-            out << be32(1) << "mdat" << be64(16 + payload);
-        } else {
-            out << be32(8 + payload) << "mdat";
-        }
-        for (int64_t p : item.pieces) {
-            if (p >= 0) {
-                out.write(src.data() + mediaStart + cuts[p], static_cast<std::streamsize>(cuts[p + 1] - cuts[p]));
-            } else {
-                out.seekp(-p, std::ios::cur);  // a hole in the file
-            }
-        }
-    }
-    if (!out) throw std::runtime_error("cannot write " + outPath.string());
-}
-
-const std::string kFree = box("free", std::string(24, '\0'));
-const std::string kSkip = box("skip", "skipped bytes");
-const std::string kWide = box("wide", "");
-
-std::vector<Layout> builtLayouts() {
-    return {
-        {"SeveralMdatsBetweenFreeSkipWideAndUuid",
-         {bytes(kFree), mdat({0}), bytes(kSkip), bytes(kWide), mdat({1}), uuidBox(), mdat({2}), bytes(kFree), moov()}},
-        {"SeveralMdatsAfterTheMovieBox",
-         {bytes(kWide), moov(), bytes(kFree), mdat({0}), bytes(kSkip), mdat({1}), uuidBox()}},
-        {"MdatWith64BitSize", {bytes(kFree), mdat({0}, true), moov()}},
-        {"MdatWith64BitSizeAfterTheMovieBox", {moov(), mdat({0}, true)}},
-        {"ChunkOffsets64", {bytes(kWide), mdat({0}), moov()}, true},
-        {"ChunkOffsets64MovieBoxFirst", {moov(), bytes(kFree), mdat({0, 1}, true), mdat({2})}, true},
-        {"MdatFreeMoov", {mdat({0}), bytes(kFree), moov()}},
-        {"MovieBoxThenFreeAtTheEnd", {mdat({0}), moov(), bytes(kFree)}},
-        {"LastMdatSizedToTheEndOfTheFile", {moov(), bytes(kFree), mdat({0}, false, true)}},
-    };
-}
 
 void expectKept(const Workspace& work) {
     const auto run = runIn(work, tavrelCommand() + " " + shellQuote(work.source().filename().string()) + " out.mp4");
@@ -244,15 +30,58 @@ void expectKept(const Workspace& work) {
     EXPECT_EQ(namesIn(work.dir()), (std::vector<std::string>{work.source().filename().string(), "out.mp4"}));
 }
 
+// A built movie of 2:1 H.264 (a real encoder's parameter sets before
+// samples of recognisable bytes) and PCM sound, in many chunks.
+MovieShape shapeOf(bool use64) {
+    return {.use64 = use64, .videoSamples = 30, .audioSamples = 20,
+            .avcC = readFile(std::string(TAVREL_SOURCE_DIR) + "/tests/h264/data/baseline_64x32.bin")};
+}
+
+struct Layout {
+    std::string name;
+    std::vector<Bytes> boxes;  // as buildLaidOutMovie takes them
+    bool co64 = false;
+};
+
+const Bytes kFtyp = box("ftyp", Bytes("isom") + be32(0x200) + "isomiso2avc1mp41");
+const Bytes kFree = box("free", std::string(24, '\0'));
+const Bytes kSkip = box("skip", "skipped bytes");
+const Bytes kWide = box("wide", "");
+const Bytes kUuid = uuidBox("\x5a\x1e\x07\x3c\x9b\x44\x4d\x21\x8e\x60\x3f\x12\xa4\x77\x0b\xd5", "any payload");
+// The last media-data box of this layout is sized to the end of the file.
+const std::string kToEnd = "LastMdatSizedToTheEndOfTheFile";
+
+std::vector<Layout> builtLayouts() {
+    return {
+        {"SeveralMdatsBetweenFreeSkipWideAndUuid",
+         {kFtyp, kFree, "mdat", kSkip, kWide, "mdat", kUuid, "mdat", kFree, "moov"}},
+        {"SeveralMdatsAfterTheMovieBox", {kFtyp, kWide, "moov", kFree, "mdat", kSkip, "mdat", kUuid}},
+        {"MdatWith64BitSize", {kFtyp, kFree, "mdat64", "moov"}},
+        {"MdatWith64BitSizeAfterTheMovieBox", {kFtyp, "moov", "mdat64"}},
+        {"ChunkOffsets64", {kFtyp, kWide, "mdat", "moov"}, true},
+        {"ChunkOffsets64MovieBoxFirst", {kFtyp, "moov", kFree, "mdat64", "mdat"}, true},
+        {"MdatFreeMoov", {kFtyp, "mdat", kFree, "moov"}},
+        {"MovieBoxThenFreeAtTheEnd", {kFtyp, "mdat", "moov", kFree}},
+        {kToEnd, {kFtyp, "moov", kFree, "mdat"}},
+    };
+}
+
 void PrintTo(const Layout& l, std::ostream* os) { *os << l.name; }
 
 class BuiltLayout : public testing::TestWithParam<Layout> {};
 
 TEST_P(BuiltLayout, MetadataPathKeepsEveryPacket) {
+    const Layout& layout = GetParam();
+    const MovieShape shape = shapeOf(layout.co64);
+    Bytes movie = buildLaidOutMovie(shape, layout.boxes);
+    if (layout.name == kToEnd) movie.replace(movie.rfind("mdat") - 4, 4, be32(0));
     Workspace work;
-    build(sourceMovie(Source::Plain), GetParam(), work.file("layout.mp4"));
-    // The builder itself must not have lost a packet.
-    ASSERT_EQ(packetsByStream(work.file("layout.mp4")), packetsByStream(sourceMovie(Source::Plain)));
+    testsupport::writeFile(work.file("layout.mp4"), movie);
+    ASSERT_EQ(testsupport::allSamples(work.file("layout.mp4")), movieSamples(shape));
+    // ffprobe reads every sample as a packet: the comparison is not of two empty lists.
+    const auto packets = packetsByStream(work.file("layout.mp4"));
+    ASSERT_EQ(packets.size(), 2u);
+    ASSERT_EQ(packets.at(0).size() + packets.at(1).size(), movieSamples(shape).size());
     work.adopt("layout.mp4");
     expectKept(work);
 }
@@ -321,18 +150,37 @@ TEST_P(ToolMadeLayout, MetadataPathKeepsEveryPacket) {
 INSTANTIATE_TEST_SUITE_P(Layouts, ToolMadeLayout, testing::ValuesIn(toolLayouts()),
                          [](const auto& p) { return p.param.name; });
 
-// Slow: a movie over 4 GiB with its movie box last, made sparse: the media
-// data holds a hole of 4.25 GiB between its two pieces, so the second
-// piece's chunk offsets need 64 bits.
+// Slow: a movie over 4 GiB with its movie box last, made sparse: a free box
+// of 4.25 GiB, left unwritten, lies between its two media-data boxes, so the
+// second one's chunk offsets need 64 bits.
 TEST(SlowLayout, MoovLastOver4GiB) {
     const uint64_t hole = (uint64_t{17} << 28);
     const auto space = std::filesystem::space(std::filesystem::temp_directory_path());
     if (space.available < 3 * hole) GTEST_SKIP() << "not enough free space for a copy of a 4 GiB movie";
+    const MovieShape shape = shapeOf(true);
+    // Built with an empty free box of a 64-bit size, which then grows by
+    // the hole: its size, and the chunk offsets behind it, move with it.
+    Bytes movie = buildLaidOutMovie(shape, {kFtyp, kFree, "mdat64", largeBox("free"), "mdat64", "moov"});
+    const auto top = walkBoxes(movie);
+    const Box* grown = findBoxes(top, "free").at(1);
+    movie.replace(grown->start + 8, 8, be64(grown->size + hole));
+    for (const Box* table : findBoxes(top, "moov.trak.mdia.minf.stbl.co64")) {
+        for (uint64_t at = table->payloadStart() + 8; at + 8 <= table->start + table->size; at += 8) {
+            const uint64_t offset = uint64_t(readBE32(movie, at)) << 32 | readBE32(movie, at + 4);
+            if (offset > grown->start) movie.replace(at, 8, be64(offset + hole));
+        }
+    }
     Workspace work;
-    build(sourceMovie(Source::Plain), {"", {bytes(kFree), mdat({0, -static_cast<int64_t>(hole), 1}, true), moov()}, true},
-          work.file("big.mp4"));
+    {
+        std::ofstream out(work.file("big.mp4"), std::ios::binary);
+        out.write(movie.data(), std::streamsize(grown->start + grown->size));
+        out.seekp(std::streamoff(hole), std::ios::cur);
+        out.write(movie.data() + grown->start + grown->size, std::streamsize(movie.size() - grown->start - grown->size));
+        ASSERT_TRUE(out.good());
+    }
     ASSERT_GT(std::filesystem::file_size(work.file("big.mp4")), hole);
-    ASSERT_EQ(packetsByStream(work.file("big.mp4")), packetsByStream(sourceMovie(Source::Plain)));
+    ASSERT_EQ(testsupport::allSamples(work.file("big.mp4")), movieSamples(shape));
+    ASSERT_EQ(packetsByStream(work.file("big.mp4")).size(), 2u);
     work.adopt("big.mp4");
     expectKept(work);
 }
