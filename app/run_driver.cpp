@@ -50,6 +50,11 @@ struct Failure {
     bool failed() const { return !cause.empty(); }
 };
 
+// A step's cause with the reason its failure gives, where it gives one.
+std::wstring because(const std::wstring& cause, const QVMX::Status& status) {
+    return status || status.failure().cause.empty() ? cause : cause + L": " + status.failure().cause;
+}
+
 // About how many bytes the result takes: a copy of the source and its
 // metadata, or the bit rates over the kept range for a re-encode.
 unsigned long long expectedBytes(const Option& option, const MP4::Container& source, uint64_t sourceBytes) {
@@ -128,7 +133,8 @@ Failure runSteps(const Option& option, MP4::Container& source, const std::wstrin
         }
         MP4::Container encoded;
         const bool fullRange = Utility::isSupporFullRangePixelFormat();
-        bool written = encoded.attach(scratch);
+        QVMX::Status written;
+        if (!encoded.attach(scratch)) written = QVMX::Failure{L"attach", L"the re-encoded movie could not be read"};
         {
             // The maker thumbnail is the scratch file's first frame, read in
             // the colour range the output is to declare, made beside the
@@ -138,12 +144,14 @@ Failure runSteps(const Option& option, MP4::Container& source, const std::wstrin
                 makerThumbnail.emplace(scratch, static_cast<size_t>(option.probe.thumbnailRoom),
                                        meta::declaredRange(encoded, fullRange), true);
             }
-            written = written && builder.updateMeta(encoded, source, movie, fullRange);
+            if (written) written = builder.updateMeta(encoded, source, movie, fullRange);
         }  // Its decode is done with the scratch file.
         ::unlink(narrow(scratch).c_str());
-        if (!written) return {option.source, L"its metadata could not be written into the re-encoded movie"};
-    } else if (!builder.updateMeta(source, source, movie, std::nullopt)) {
-        return {option.source, L"its metadata could not be brought up to date"};
+        if (!written) {
+            return {option.source, because(L"its metadata could not be written into the re-encoded movie", written)};
+        }
+    } else if (const QVMX::Status updated = builder.updateMeta(source, source, movie, std::nullopt); !updated) {
+        return {option.source, because(L"its metadata could not be brought up to date", updated)};
     }
 
     // The maker thumbnail, made on the way, needed the plug-in too.

@@ -19,6 +19,9 @@ struct Failure {
     std::wstring text() const { return where.empty() ? cause : where + L": " + cause; }
 };
 
+// The system's words for an errno value ("No space left on device").
+std::wstring systemCause(int error);
+
 // Either a value or the failure that kept it from being made.
 template <class T>
 class [[nodiscard]] Result {

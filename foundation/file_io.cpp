@@ -20,8 +20,7 @@ namespace {
 
 constexpr uint64_t kCopyChunk = 65536;
 
-void printSeekFailure(const wchar_t* format, long long offset) {
-    const int err = errno;
+void printSeekFailure(const wchar_t* format, long long offset, int err) {
     const std::wstring text = wchar::mbs2wcs(std::strerror(err));
     Console::out(format, offset, text.c_str(), err);
 }
@@ -55,6 +54,7 @@ FileIO::FileIO(const std::wstring& path, int mode) : path_(path), mode_(mode) {
         fd = ::open(native.c_str(), O_RDONLY | O_CLOEXEC);
     }
     if (fd < 0) {
+        error_ = errno;
         Console::out(L"open(%ls, '%c') failed.\n", path.c_str(), mode);
         return;
     }
@@ -64,6 +64,7 @@ FileIO::FileIO(const std::wstring& path, int mode) : path_(path), mode_(mode) {
         const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
         ::close(fd);
         if (moved < 0) {
+            error_ = errno;
             Console::out(L"open(%ls, '%c') failed.\n", path.c_str(), mode);
             return;
         }
@@ -88,6 +89,7 @@ uint64_t FileIO::read(uint8_t* buffer, uint64_t length) {
     const ssize_t n = ::pread(descriptor_, buffer, static_cast<size_t>(length),
                               static_cast<off_t>(position_));
     if (n > 0) position_ += static_cast<uint64_t>(n);
+    if (n < 0) error_ = errno;
     return static_cast<uint64_t>(n);
 }
 
@@ -97,6 +99,7 @@ uint64_t FileIO::write(const uint8_t* buffer, uint64_t length) {
     const ssize_t n = ::pwrite(descriptor_, buffer, static_cast<size_t>(length),
                                static_cast<off_t>(position_));
     if (n > 0) position_ += static_cast<uint64_t>(n);
+    if (n < 0) error_ = errno;
     return static_cast<uint64_t>(n);
 }
 
@@ -104,7 +107,8 @@ bool FileIO::seek_set(uint64_t offset) {
     if (descriptor_ == 0) return false;
     const off_t result = ::lseek(descriptor_, static_cast<off_t>(offset), SEEK_SET);
     if (result < 0) {
-        printSeekFailure(L"seek_set(%lld) failed - %ls(%d)\n", static_cast<long long>(offset));
+        error_ = errno;
+        printSeekFailure(L"seek_set(%lld) failed - %ls(%d)\n", static_cast<long long>(offset), error_);
         return false;
     }
     position_ = static_cast<uint64_t>(result);
@@ -118,7 +122,8 @@ bool FileIO::seek_cur(int64_t offset) {
     off_t result = ::lseek(descriptor_, static_cast<off_t>(position_), SEEK_SET);
     if (result >= 0) result = ::lseek(descriptor_, static_cast<off_t>(offset), SEEK_CUR);
     if (result < 0) {
-        printSeekFailure(L"seek_cur(%lld) failed - %ls(%d)\n", static_cast<long long>(offset));
+        error_ = errno;
+        printSeekFailure(L"seek_cur(%lld) failed - %ls(%d)\n", static_cast<long long>(offset), error_);
         return false;
     }
     position_ = static_cast<uint64_t>(result);

@@ -29,6 +29,12 @@ public:
     int mode() const { return mode_; }
     uint64_t position() const { return position_; }
 
+    // The errno of the last open, read, write or seek of this file that
+    // failed (0 while none has), so that a step that failed can say why.
+    int error() const { return error_; }
+    // For code that works on descriptor() itself.
+    void noteError(int error) { error_ = error; }
+
     // The file's size from fstat (0 when not open or fstat fails).
     uint64_t length() const;
 
@@ -64,6 +70,7 @@ private:
     int mode_;
     uint64_t position_ = 0;
     uint64_t writeGeneration_ = 0;
+    int error_ = 0;
 };
 
 }  // namespace QVMX

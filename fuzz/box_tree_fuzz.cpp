@@ -101,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzzsupport::InputFile input(data, size);
     MP4::Container container;
     container.attach(input.wpath());
-    container.dump();
+    container.dump([](const std::wstring&) {});
     container.find("moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [](MP4::BOX&) { return true; });
     if (container.root() == nullptr) return 0;
 

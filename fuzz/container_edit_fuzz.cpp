@@ -36,7 +36,7 @@ void appendBlock(MP4::Container& c, const std::string& sourcePath, const meta::S
     meta::BlockPlace place;
     MP4::BoxEdit block;
     if (c.plannedAppendOffset(place.start) && meta::spatialBlockEdit(source, file, sound ? *sound : none, place, block)) {
-        c.appendTopLevel(L"spatialData", std::move(block));
+        (void)c.appendTopLevel(L"spatialData", std::move(block));
     }
 }
 
@@ -53,15 +53,15 @@ using Edit = std::function<void(MP4::Container&, const std::string& sourcePath)>
 
 const std::vector<Edit>& edits() {
     static const std::vector<Edit> all = {
-        [](MP4::Container& c, const std::string&) { c.moovFirst(); },
-        [](MP4::Container& c, const std::string&) { c.updateTimeStamp(0x123456789ull); },
+        [](MP4::Container& c, const std::string&) { (void)c.moovFirst(); },
+        [](MP4::Container& c, const std::string&) { (void)c.updateTimeStamp(0x123456789ull); },
         [](MP4::Container& c, const std::string&) {
             static const char udta[] = "\0\0\0\x14udta\0\0\0\x0c" "free1234";
-            c.replaceUdta(20, ByteArray(udta, 20));
+            (void)c.replaceUdta(20, ByteArray(udta, 20));
         },
-        [](MP4::Container& c, const std::string&) { meta::appendXMP(c, "<x:xmpmeta/>"); },
-        [](MP4::Container& c, const std::string&) { meta::appendAxis(c, std::string(40, 'a')); },
-        [](MP4::Container& c, const std::string&) { meta::appendSphericalVideoXML(c, "<rdf:SphericalVideo/>"); },
+        [](MP4::Container& c, const std::string&) { (void)meta::appendXMP(c, "<x:xmpmeta/>"); },
+        [](MP4::Container& c, const std::string&) { (void)meta::appendAxis(c, std::string(40, 'a')); },
+        [](MP4::Container& c, const std::string&) { (void)meta::appendSphericalVideoXML(c, "<rdf:SphericalVideo/>"); },
         [](MP4::Container& c, const std::string& sourcePath) { appendBlock(c, sourcePath, nullptr); },
         [](MP4::Container& c, const std::string& sourcePath) {
             meta::SpatialSound sound;
@@ -70,15 +70,15 @@ const std::vector<Edit>& edits() {
             sound.attach(source, 0.01, 0.5);
             appendBlock(c, sourcePath, &sound);
         },
-        [](MP4::Container& c, const std::string&) { meta::appendLocations(c, position()); },
+        [](MP4::Container& c, const std::string&) { (void)meta::appendLocations(c, position()); },
         [](MP4::Container& c, const std::string&) {
-            meta::appendLocationAndSphericalVideoXML(c, position(), "<rdf:SphericalVideo/>");
+            (void)meta::appendLocationAndSphericalVideoXML(c, position(), "<rdf:SphericalVideo/>");
         },
-        [](MP4::Container& c, const std::string&) { meta::removeBadLOCI(c); },
-        [](MP4::Container& c, const std::string&) { meta::locateBlock(c); },
+        [](MP4::Container& c, const std::string&) { (void)meta::removeBadLOCI(c); },
+        [](MP4::Container& c, const std::string&) { (void)meta::locateBlock(c); },
         [](MP4::Container& c, const std::string&) {
-            c.moovFirst();
-            meta::followLocator(c);
+            (void)c.moovFirst();
+            (void)meta::followLocator(c);
         },
     };
     return all;
@@ -105,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 c.attach(wide(movie));
                 c.beginEdits();
                 edit(c, dir + "/spatial.mp4");
-                c.commitEdits(withOutput ? wide(output) : std::wstring());
+                (void)c.commitEdits(withOutput ? wide(output) : std::wstring());
             }
             if (withOutput && readAll(movie) != bytes) std::abort();
             checkAndEmpty(dir);

@@ -34,14 +34,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         MP4::Container parsed;
         parsed.attach(wide(source));
         builder.readSpatialData(parsed, 0u, 1u);
-        builder.updateMeta(wide(source), output, std::nullopt);
+        (void)builder.updateMeta(wide(source), output, std::nullopt);
     }
     if (readAll(source) != bytes) std::abort();
     {
         MetaBuilder builder("Tavrel.osx", "2.4.0.2018.01.10", false);
         builder.readMeta(wide(source), true);
         builder.trimStream(start, count);
-        builder.updateMeta(output, output + L".again.mp4", true);
+        (void)builder.updateMeta(output, output + L".again.mp4", true);
     }
     if (readAll(source) != bytes) std::abort();
     checkAndEmpty(dir);

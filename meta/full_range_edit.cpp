@@ -66,10 +66,13 @@ std::optional<bool> declaredRange(MP4::Container& movie, bool fullRange) {
     return fullRange;
 }
 
-bool declareRange(MP4::Container& movie, bool fullRange) {
+QVMX::Status declareRange(MP4::Container& movie, bool fullRange) {
     std::vector<MP4::BoxEdit> edits;
-    if (!rangeEdit(movie, fullRange, edits)) return false;
-    return edits.empty() || movie.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", edits);
+    if (!rangeEdit(movie, fullRange, edits)) {
+        return QVMX::Failure{L"appendFullRangeAndConstrainedSet1Flag", L"the configuration box cannot be replaced"};
+    }
+    if (edits.empty()) return {};
+    return movie.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", edits);
 }
 
 }  // namespace meta

@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "foundation/failure.h"
 #include "mp4/box_edits.h"
 
 namespace MP4 {
@@ -26,6 +27,6 @@ bool rangeEdit(MP4::Container& movie, bool fullRange, std::vector<MP4::BoxEdit>&
 std::optional<bool> declaredRange(MP4::Container& movie, bool fullRange);
 
 // rangeEdit written at once (or, in a batch, recorded for its copy).
-bool declareRange(MP4::Container& movie, bool fullRange);
+QVMX::Status declareRange(MP4::Container& movie, bool fullRange);
 
 }  // namespace meta

@@ -14,6 +14,10 @@ namespace {
 
 void noLocationBoxes() { QVMX::Notices::post(L"MP4: No location-boxes were appended.\n"); }
 
+bool holdsMovie(MP4::Container& container) { return container.moov() != nullptr && container.mdat() != nullptr; }
+
+QVMX::Failure noMovie(const wchar_t* step) { return {step, L"the file has no movie box or no media data"}; }
+
 }  // namespace
 
 QVMX::Status locationEdit(MP4::Container& container, const GPSInfo& gps, MP4::BoxEdit& edit) {
@@ -26,20 +30,23 @@ QVMX::Status locationEdit(MP4::Container& container, const GPSInfo& gps, MP4::Bo
     return {};
 }
 
-bool appendLocations(MP4::Container& container, const GPSInfo& gps) {
-    if (container.moov() == nullptr || container.mdat() == nullptr) return false;
+QVMX::Status appendLocations(MP4::Container& container, const GPSInfo& gps) {
+    if (!holdsMovie(container)) return noMovie(L"appendLocations");
     std::vector<MP4::BoxEdit> edits(1);
     if (!locationEdit(container, gps, edits[0])) {
         noLocationBoxes();
-        return true;
+        return {};
     }
     return container.applyEdits(L"appendLocations", edits);
 }
 
-bool appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo& gps, const std::string& xml) {
-    if (container.moov() == nullptr || container.mdat() == nullptr) return false;
+QVMX::Status appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo& gps,
+                                                const std::string& xml) {
+    if (!holdsMovie(container)) return noMovie(L"appendLocationAndSphericalVideoXML");
     std::vector<MP4::BoxEdit> edits(2);
-    if (!sphericalVideoXmlEdit(container, xml, edits[0])) return false;
+    if (!sphericalVideoXmlEdit(container, xml, edits[0])) {
+        return QVMX::Failure{L"appendLocationAndSphericalVideoXML", L"there is no video track to hold the XML"};
+    }
     if (!locationEdit(container, gps, edits[1])) {
         noLocationBoxes();
         edits.pop_back();
@@ -47,13 +54,13 @@ bool appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo
     return container.applyEdits(L"appendLocationAndSphericalVideoXML", edits);
 }
 
-bool removeBadLOCI(MP4::Container& container) {
+QVMX::Status removeBadLOCI(MP4::Container& container) {
     MP4::BOX* loci = nullptr;
     container.find("moov.udta.loci", [&loci](MP4::BOX& box) {
         if (loci == nullptr) loci = &box;
         return false;
     });
-    if (loci == nullptr || loci->size != geo::kShortLociSize || container.isBeingRemoved(*loci)) return true;
+    if (loci == nullptr || loci->size != geo::kShortLociSize || container.isBeingRemoved(*loci)) return {};
     std::vector<MP4::BoxEdit> edits(1);
     container.removalEdit(*loci, edits[0]);
     return container.applyEdits(L"removeBadLOCI", edits);

@@ -19,10 +19,10 @@ namespace meta {
 QVMX::Status locationEdit(MP4::Container& container, const GPSInfo& gps, MP4::BoxEdit& edit);
 // Both go on without the location boxes when locationEdit fails, with a
 // notice saying so.
-bool appendLocations(MP4::Container& container, const GPSInfo& gps);
+QVMX::Status appendLocations(MP4::Container& container, const GPSInfo& gps);
 // The spherical XML and the location boxes in one copy.
-bool appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo& gps, const std::string& xml);
+QVMX::Status appendLocationAndSphericalVideoXML(MP4::Container& container, const GPSInfo& gps, const std::string& xml);
 // A loci too short to be one is removed; none, or a good one, is no failure.
-bool removeBadLOCI(MP4::Container& container);
+QVMX::Status removeBadLOCI(MP4::Container& container);
 
 }  // namespace meta

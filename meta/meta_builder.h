@@ -9,6 +9,7 @@
 #include <string>
 
 #include "foundation/byte_array.h"
+#include "foundation/failure.h"
 #include "geo/gps_info.h"
 #include "geo/view_heading.h"
 #include "meta/exif_parser.h"
@@ -56,13 +57,14 @@ public:
     // Writes the movie at from, with the metadata brought up to date, into
     // to (a file that exists, which it replaces; from is never written).
     // fullRange: for a re-encoded movie, the colour range its SPS is to
-    // declare; none for the source itself.
-    bool updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange);
+    // declare; none for the source itself. A failure names the step and,
+    // where it is known, why it failed (a full disk, a short source...).
+    QVMX::Status updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange);
     // The same from movies parsed already: from (which the commit leaves
     // describing to) and the source whose metadata was read, which may be
     // the same object.
-    bool updateMeta(MP4::Container& from, MP4::Container& source, const std::wstring& to,
-                    std::optional<bool> fullRange);
+    QVMX::Status updateMeta(MP4::Container& from, MP4::Container& source, const std::wstring& to,
+                            std::optional<bool> fullRange);
 
     void updateSphereXML(MP4::Container& container, bool reencoded);
     // The source's user data with the maker record, thumbnail and sensor
@@ -72,7 +74,7 @@ public:
     std::function<bool(ByteArray& userData)> thumbnailFill;
     // Records the V2 boxes of the video sample entry: ours beside the V1
     // XML, or the source's own projection with only its pose changed.
-    bool appendSphericalV2(MP4::Container& output);
+    QVMX::Status appendSphericalV2(MP4::Container& output);
 
     static uint32_t camera_version(const std::string& model);
 
@@ -109,7 +111,7 @@ public:
 private:
     // The source's user data in place of the output's, with the spatial
     // block carried over (or, there already, followed) and KDT9 naming it.
-    bool userDataAndSpatialBlock(MP4::Container& source, MP4::Container& output);
+    QVMX::Status userDataAndSpatialBlock(MP4::Container& source, MP4::Container& output);
     void readKMKN(MP4::Container& container, const MP4::BOX& box);
     void readUuid(const MP4::BOX& box);
     // The spherical XML with the given view values applied.

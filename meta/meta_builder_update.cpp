@@ -20,19 +20,21 @@ namespace {
 // Spherical XML is padded to this many characters, so that a later, longer
 // view fits in place.
 constexpr size_t kSphereXmlLength = 1000;
+
+QVMX::Failure updateFailure(const wchar_t* cause) { return {L"updateMeta", cause}; }
 }  // namespace
 
 void MetaBuilder::progress(int step, double percent) const {
     QVMX::Notices::post(L"processing meta %4d %0.2f/%0.2f\n", step, percent, 100.0);
 }
 
-bool MetaBuilder::updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange) {
+QVMX::Status MetaBuilder::updateMeta(const std::wstring& from, const std::wstring& to, std::optional<bool> fullRange) {
     MP4::Container out;
     if (!out.attach(from)) {
         progress(0, 0.0);
         progress(2, 20.0);
         progress(4, 40.0);
-        return false;
+        return updateFailure(L"the movie could not be opened");
     }
     if (sourcePath == from) return updateMeta(out, out, to, fullRange);
     MP4::Container source;
@@ -40,8 +42,8 @@ bool MetaBuilder::updateMeta(const std::wstring& from, const std::wstring& to, s
     return updateMeta(out, source, to, fullRange);
 }
 
-bool MetaBuilder::updateMeta(MP4::Container& out, MP4::Container& source, const std::wstring& to,
-                             std::optional<bool> fullRange) {
+QVMX::Status MetaBuilder::updateMeta(MP4::Container& out, MP4::Container& source, const std::wstring& to,
+                                     std::optional<bool> fullRange) {
     progress(0, 0.0);
     const bool opened = out.root() != nullptr;
     const std::wstring from = out.path();
@@ -51,63 +53,70 @@ bool MetaBuilder::updateMeta(MP4::Container& out, MP4::Container& source, const 
     if (fullRange && opened && !meta::rangeEdit(out, *fullRange, range)) range.clear();
     progress(2, 20.0);
     progress(4, 40.0);
-    if (!opened) return false;
+    if (!opened) return updateFailure(L"the movie could not be read");
     // Without a movie box there is no movie to carry the metadata (a cut
     // or foreign file): writing the boxes that do not need one would still
     // make an output.
     if (out.moov() == nullptr) {
         QVMX::Notices::post(L"MP4: %ls has no movie box.\n", from.c_str());
-        return false;
+        return updateFailure(L"it has no movie box");
     }
     const bool reencoded = fullRange.has_value();
 
+    // The first step that fails ends the run with its failure.
+    QVMX::Status status;
     if (camera_version(model) > kNewerLayout) {
-        if (!out.isMdatFirst()) return false;
+        // This layout keeps the media data in front of the movie box.
+        if (!out.isMdatFirst()) return updateFailure(L"its movie box comes before its media data");
         updateSphereXML(out, reencoded);
         // Everything goes into the output in one copy.
         out.beginEdits();
-        if (!range.empty() && !out.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", range)) return false;
-        if (!sphereXml.empty() && !meta::appendSphericalVideoXML(out, sphereXml)) return false;
-        if (!appendSphericalV2(out)) return false;
+        if (!range.empty() && !(status = out.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", range))) {
+            return status;
+        }
+        if (!sphereXml.empty() && !(status = meta::appendSphericalVideoXML(out, sphereXml))) return status;
+        if (!(status = appendSphericalV2(out))) return status;
         progress(6, 60.0);
-        if (source.root() == nullptr || !source.isMdatFirst()) return false;
-        if (!userDataAndSpatialBlock(source, out)) return false;
+        if (source.root() == nullptr) return updateFailure(L"the source could not be read");
+        if (!source.isMdatFirst()) return updateFailure(L"the source's movie box comes before its media data");
+        if (!(status = userDataAndSpatialBlock(source, out))) return status;
         progress(8, 80.0);
         // The packet and the time stamps join the same copy.
-        if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
-        if (!out.updateTimeStamp(creationTime) || !out.commitEdits(to)) return false;
+        if (!xmp.empty() && !(status = meta::appendXMP(out, xmp))) return status;
+        if (!(status = out.updateTimeStamp(creationTime)) || !(status = out.commitEdits(to))) return status;
     } else {
         // An output already laid out with the movie box first, or without a
         // bad loci, is no failure: both leave the file as it is. The relayout,
         // dropping a bad loci and adding the boxes are one copy; a relayout
         // that was needed and failed fails the step with it.
         out.beginEdits();
-        out.moovFirst();
-        if (!range.empty() && !out.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", range)) return false;
-        if (!meta::removeBadLOCI(out)) return false;
+        (void)out.moovFirst();
+        if (!range.empty() && !(status = out.applyEdits(L"appendFullRangeAndConstrainedSet1Flag", range))) {
+            return status;
+        }
+        if (!(status = meta::removeBadLOCI(out))) return status;
         progress(6, 60.0);
         updateSphereXML(out, reencoded);
         // Only what is known is written: a movie that is not spherical gets
         // no spherical box, one without a position no location boxes.
         const bool position = gps.latitude.valid && gps.longitude.valid;
-        bool ok = true;
         if (!sphereXml.empty() && position) {
-            ok = meta::appendLocationAndSphericalVideoXML(out, gps, sphereXml);
+            status = meta::appendLocationAndSphericalVideoXML(out, gps, sphereXml);
         } else if (!sphereXml.empty()) {
-            ok = meta::appendSphericalVideoXML(out, sphereXml);
+            status = meta::appendSphericalVideoXML(out, sphereXml);
         } else if (position) {
-            ok = meta::appendLocations(out, gps);
+            status = meta::appendLocations(out, gps);
         }
-        if (!ok || !appendSphericalV2(out)) return false;
+        if (!status || !(status = appendSphericalV2(out))) return status;
         progress(8, 80.0);
         // The packet, the tilt stream and the time stamps join the same copy.
-        if (!xmp.empty() && !meta::appendXMP(out, xmp)) return false;
-        if (!axis.empty() && !meta::appendAxis(out, axis)) return false;
-        if (!meta::followLocator(out)) return false;
-        if (!out.updateTimeStamp(creationTime) || !out.commitEdits(to)) return false;
+        if (!xmp.empty() && !(status = meta::appendXMP(out, xmp))) return status;
+        if (!axis.empty() && !(status = meta::appendAxis(out, axis))) return status;
+        if (!(status = meta::followLocator(out))) return status;
+        if (!(status = out.updateTimeStamp(creationTime)) || !(status = out.commitEdits(to))) return status;
     }
     progress(10, 100.0);
-    return true;
+    return {};
 }
 
 void MetaBuilder::updateSphereXML(MP4::Container& container, bool reencoded) {
@@ -149,20 +158,20 @@ void MetaBuilder::updateSphereXML(MP4::Container& container, bool reencoded) {
     }
 }
 
-bool MetaBuilder::appendSphericalV2(MP4::Container& output) {
+QVMX::Status MetaBuilder::appendSphericalV2(MP4::Container& output) {
     ByteArray boxes;
     if (sourceV2.keepsOwnProjection()) {
         // Its sv3d stays as it is; only a view given now turns its pose.
-        if (!hasView) return true;
+        if (!hasView) return {};
         ViewHeading v;
         currentViewHeading(v);
         ByteArray sv3d = sourceV2.sv3d;
-        if (!meta::withPose(sv3d, meta::poseFromView(v.heading, v.pitch))) return true;
+        if (!meta::withPose(sv3d, meta::poseFromView(v.heading, v.pitch))) return {};
         // Its st3d goes back in front of it, as it was.
         if (sourceV2.hasStereo) boxes = meta::stereoBox(sourceV2.stereoMode);
         boxes.append(sv3d.data, sv3d.size);
     } else {
-        if (sphereXml.empty()) return true;
+        if (sphereXml.empty()) return {};
         ViewHeading v;
         v.attach(sphereXml);
         meta::ProjectionBounds bounds{};
@@ -188,15 +197,16 @@ bool MetaBuilder::appendSphericalV2(MP4::Container& output) {
     if (!output.sampleEntryEdit(boxes, edits[0])) {
         // A codec whose sample entry we cannot look into keeps the V1 XML only.
         QVMX::Notices::post(L"MP4: no video sample entry to carry the V2 boxes.\n");
-        return true;
+        return {};
     }
     return output.applyEdits(L"spherical-v2", edits);
 }
 
-bool MetaBuilder::userDataAndSpatialBlock(MP4::Container& source, MP4::Container& output) {
+QVMX::Status MetaBuilder::userDataAndSpatialBlock(MP4::Container& source, MP4::Container& output) {
+    const QVMX::Failure failure{L"replaceUdta", L"the source's user data or spatial block could not be carried over"};
     ByteArray userData;
     std::vector<MP4::BoxEdit> edits(1);
-    if (!userDataCopy(source, output, userData) || !output.userDataReplacement(userData, edits[0])) return false;
+    if (!userDataCopy(source, output, userData) || !output.userDataReplacement(userData, edits[0])) return failure;
     // A thumbnail made beside the copy goes into the user data as the copy
     // writes it.
     edits[0].complete = thumbnailFill;
@@ -207,7 +217,7 @@ bool MetaBuilder::userDataAndSpatialBlock(MP4::Container& source, MP4::Container
         QVMX::Notices::post(L"MP4: SpatialData is existed.\n");
         if (!output.plannedOffset(there->start, place.start, edits) ||
             !meta::followLocator(edits[0].bytes, there->start, place.start)) {
-            return false;
+            return failure;
         }
         return output.applyEdits(L"replaceUdta", edits);
     }
@@ -219,7 +229,8 @@ bool MetaBuilder::userDataAndSpatialBlock(MP4::Container& source, MP4::Container
     auto file = std::make_shared<QVMX::FileIO>(source.path(), 'r');
     if (!file->isOpen() || !output.plannedAppendOffset(place.start, edits) ||
         !meta::spatialBlockEdit(source, file, spatialSound, place, block) || !meta::pointLocator(edits[0].bytes, place)) {
-        return false;
+        return failure;
     }
-    return output.applyEdits(L"replaceUdta", edits) && output.appendTopLevel(L"spatialData", std::move(block));
+    if (QVMX::Status recorded = output.applyEdits(L"replaceUdta", edits); !recorded) return recorded;
+    return output.appendTopLevel(L"spatialData", std::move(block));
 }

@@ -18,24 +18,26 @@ bool sphericalVideoXmlEdit(MP4::Container& container, const std::string& xml, MP
     return container.trackUuidEdit(MP4::UUID(kSphericalXmlUuid, xml).to_byteArray(), kSphericalXmlUuid, edit);
 }
 
-bool appendSphericalVideoXML(MP4::Container& container, const std::string& xml) {
+QVMX::Status appendSphericalVideoXML(MP4::Container& container, const std::string& xml) {
     std::vector<MP4::BoxEdit> edits(1);
-    if (!sphericalVideoXmlEdit(container, xml, edits[0])) return false;
+    if (!sphericalVideoXmlEdit(container, xml, edits[0])) {
+        return QVMX::Failure{L"appendSphericalVideoXML", L"there is no video track to hold it"};
+    }
     return container.applyEdits(L"appendSphericalVideoXML", edits);
 }
 
-bool appendXMP(MP4::Container& container, const std::string& xmp) {
+QVMX::Status appendXMP(MP4::Container& container, const std::string& xmp) {
     if (container.hasTopLevelUuid(kXmpUuid)) {
         QVMX::Notices::post(L"MP4: XMP is existed.\n");
-        return true;
+        return {};
     }
     return container.appendTopLevel(L"appendXMP", MP4::UUID(kXmpUuid, xmp).to_byteArray());
 }
 
-bool appendAxis(MP4::Container& container, const std::string& payload) {
+QVMX::Status appendAxis(MP4::Container& container, const std::string& payload) {
     if (container.hasTopLevelUuid(kAxisUuid)) {
         QVMX::Notices::post(L"MP4: AXIS is existed.\n");
-        return true;
+        return {};
     }
     return container.appendTopLevel(L"appendAxis", MP4::UUID(kAxisUuid, payload).to_byteArray());
 }

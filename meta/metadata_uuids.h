@@ -5,6 +5,7 @@
 // top level. Each is added once.
 #include <string>
 
+#include "foundation/failure.h"
 #include "mp4/box_edits.h"
 #include "mp4/uuid_box.h"
 
@@ -21,10 +22,10 @@ extern const MP4::UserType kAxisUuid;
 // The edit that puts the Spherical Video XML box in place: over an
 // existing one, else at the end of the video track.
 bool sphericalVideoXmlEdit(MP4::Container& container, const std::string& xml, MP4::BoxEdit& edit);
-bool appendSphericalVideoXML(MP4::Container& container, const std::string& xml);
+QVMX::Status appendSphericalVideoXML(MP4::Container& container, const std::string& xml);
 // After every other box; a movie that has one already keeps it (and the
 // line says so).
-bool appendXMP(MP4::Container& container, const std::string& xmp);
-bool appendAxis(MP4::Container& container, const std::string& payload);
+QVMX::Status appendXMP(MP4::Container& container, const std::string& xmp);
+QVMX::Status appendAxis(MP4::Container& container, const std::string& payload);
 
 }  // namespace meta

@@ -215,7 +215,7 @@ MP4::BOX* locatorOf(MP4::Container& movie) {
 }
 
 // The edit that writes values at field, eight bytes each.
-bool patch64(MP4::Container& movie, uint64_t field, std::initializer_list<uint64_t> values) {
+QVMX::Status patch64(MP4::Container& movie, uint64_t field, std::initializer_list<uint64_t> values) {
     std::vector<MP4::BoxEdit> edits(1);
     edits[0].from = edits[0].anchor = field;
     edits[0].to = field + 8 * values.size();
@@ -228,26 +228,30 @@ bool patch64(MP4::Container& movie, uint64_t field, std::initializer_list<uint64
 
 }  // namespace
 
-bool locateBlock(MP4::Container& movie) {
+QVMX::Status locateBlock(MP4::Container& movie) {
     const MP4::BOX* block = spatialBlock(movie);
     const MP4::BOX* kdt9 = locatorOf(movie);
-    return block != nullptr && kdt9 != nullptr && patch64(movie, kdt9->start + 8, {block->start, block->size});
+    if (block == nullptr || kdt9 == nullptr) return QVMX::Failure{L"locateBlock", L"there is no block or no KDT9 to name it"};
+    return patch64(movie, kdt9->start + 8, {block->start, block->size});
 }
 
-bool followLocator(MP4::Container& movie) {
+QVMX::Status followLocator(MP4::Container& movie) {
     const MP4::BOX* block = spatialBlock(movie);
     const MP4::BOX* kdt9 = locatorOf(movie);
-    if (block == nullptr || kdt9 == nullptr) return true;
+    if (block == nullptr || kdt9 == nullptr) return {};
     const uint64_t field = kdt9->start + 8;
     uint64_t to = 0, fieldTo = 0;
     // A locator an edit rewrites, or one naming something else, is left.
     if (!movie.plannedOffset(block->start, to) || to == block->start || !movie.plannedOffset(field, fieldTo)) {
-        return true;
+        return {};
     }
     QVMX::FileIO file(movie.path(), 'r');
     ByteArray named;
-    if (!file.isOpen() || !readRange(file, field, 8, named)) return false;
-    return MP4::readBE64(named.data) != block->start || patch64(movie, field, {to});
+    if (!file.isOpen() || !readRange(file, field, 8, named)) {
+        return QVMX::Failure{L"followLocator", L"the KDT9 locator could not be read"};
+    }
+    if (MP4::readBE64(named.data) != block->start) return {};
+    return patch64(movie, field, {to});
 }
 
 }  // namespace meta

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "foundation/byte_array.h"
+#include "foundation/failure.h"
 #include "foundation/file_io.h"
 #include "mp4/box.h"
 #include "mp4/box_edits.h"
@@ -58,10 +59,10 @@ bool followLocator(ByteArray& userData, uint64_t from, uint64_t to);
 
 // A KDT9 of the movie's user data made to name the movie's block, where
 // it is now (for movies put together box by box).
-bool locateBlock(MP4::Container& movie);
+QVMX::Status locateBlock(MP4::Container& movie);
 
 // In a batch, after every edit that moves bytes: a KDT9 of the movie's user
 // data that names the movie's block follows it to where the batch puts it.
-bool followLocator(MP4::Container& movie);
+QVMX::Status followLocator(MP4::Container& movie);
 
 }  // namespace meta

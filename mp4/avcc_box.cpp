@@ -1,31 +1,9 @@
 #include "mp4/avcc_box.h"
 
-#include "foundation/notices.h"
 #include "h264/range_flags.h"
 #include "mp4/field_buffer.h"
 
 namespace MP4 {
-
-namespace {
-
-enum class Texts { Edit, Dump };
-
-bool decodePayload(const ByteArray& payload, H264::AVCC& record, H264::SPS& sps, Texts texts) {
-    const QVMX::Status decoded = H264::decodeRecord(payload, record, sps);
-    if (decoded) return true;
-    const QVMX::Failure& failure = decoded.failure();
-    if (texts == Texts::Dump && failure.where == L"avcc.sps_parse()") {
-        // The dump's text takes the wide message as a narrow string, so
-        // only its first character shows.
-        QVMX::Notices::post(L"%ls failed: %s\n", failure.where.c_str(),
-                           reinterpret_cast<const char*>(failure.cause.c_str()));
-    } else {
-        QVMX::Notices::post(L"%ls failed: %ls\n", failure.where.c_str(), failure.cause.c_str());
-    }
-    return false;
-}
-
-}  // namespace
 
 bool AVCC::describe(Fields& f) {
     f.rest(payload);
@@ -51,15 +29,21 @@ ByteArray AVCC::boxWith(const ByteArray& payload) {
     return out;
 }
 
-void AVCC::dump() const {
-    BOX::dump();
+void AVCC::dump(const DumpLine& out) const {
+    BOX::dump(out);
     H264::AVCC record;
     H264::SPS sps;
-    decodePayload(payload, record, sps, Texts::Dump);
+    const QVMX::Status decoded = decode(record, sps);
+    if (decoded) return;
+    const QVMX::Failure& failure = decoded.failure();
+    // The dump has always shown only the first character of an SPS's
+    // cause; its readers compare the text.
+    const std::wstring cause = failure.where == L"avcc.sps_parse()" ? failure.cause.substr(0, 1) : failure.cause;
+    out(failure.where + L" failed: " + cause + L"\n");
 }
 
-bool AVCC::decode(H264::AVCC& record, H264::SPS& sps) const {
-    return decodePayload(payload, record, sps, Texts::Edit);
+QVMX::Status AVCC::decode(H264::AVCC& record, H264::SPS& sps) const {
+    return H264::decodeRecord(payload, record, sps);
 }
 
 }  // namespace MP4

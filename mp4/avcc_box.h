@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/byte_array.h"
+#include "foundation/failure.h"
 #include "mp4/box.h"
 
 namespace H264 {
@@ -15,8 +16,8 @@ namespace MP4 {
 class AVCC : public BOX {
 public:
     using BOX::BOX;
-    // Prints the header line; an unreadable record or SPS adds one line.
-    void dump() const override;
+    // The header line; an unreadable record or SPS adds one line.
+    void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     // The payload is one field: the whole record as stored.
     bool describe(Fields& f) override;
@@ -24,9 +25,9 @@ public:
     // payload is too large for that size.
     static ByteArray boxWith(const ByteArray& payload);
 
-    // Reads the record and its first SPS; on failure prints why and
-    // returns false.
-    bool decode(H264::AVCC& record, H264::SPS& sps) const;
+    // Reads the record and its first SPS; a failure names the step that
+    // could not read it ("avcc.parse()", "avcc.sps_parse()") and why.
+    QVMX::Status decode(H264::AVCC& record, H264::SPS& sps) const;
 
     ByteArray payload;
 };

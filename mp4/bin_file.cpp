@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -31,7 +32,10 @@ bool BinFile::fill(uint64_t count) {
         if (!cache_) return false;
     }
     const ssize_t got = ::pread(descriptor(), cache_.get(), want, static_cast<off_t>(pos));
-    if (got < 0) return false;
+    if (got < 0) {
+        noteError(errno);
+        return false;
+    }
     cacheSize_ = static_cast<uint64_t>(got);
     cacheStart_ = pos;
     cacheGeneration_ = writeGeneration();

@@ -3,30 +3,11 @@
 #include <algorithm>
 #include <cwchar>
 
-#include "foundation/console.h"
 #include "foundation/wide_format.h"
 #include "mp4/byte_copy.h"
 #include "mp4/field_buffer.h"
 
 namespace MP4 {
-
-namespace {
-
-// The output of the dump(out) in progress, for boxes reached through dump().
-const DumpLine* g_dumpOutput = nullptr;
-
-class DumpOutputScope {
-public:
-    explicit DumpOutputScope(const DumpLine& out) : previous_(g_dumpOutput) { g_dumpOutput = &out; }
-    ~DumpOutputScope() { g_dumpOutput = previous_; }
-    DumpOutputScope(const DumpOutputScope&) = delete;
-    DumpOutputScope& operator=(const DumpOutputScope&) = delete;
-
-private:
-    const DumpLine* previous_;
-};
-
-}  // namespace
 
 BOX::BOX(BinFile& file, uint32_t depth_, BOX* parent_)
     : depth(depth_), start(file.position()), size(0), parent(parent_) {
@@ -102,14 +83,6 @@ void BOX::dump(const DumpLine& out) const {
     out(QVMX::format(L"MP4: %ls<%ls >\n", indent().c_str(), basicTag().c_str()));
 }
 
-void BOX::dump() const {
-    if (g_dumpOutput != nullptr) {
-        dump(*g_dumpOutput);
-        return;
-    }
-    dump([](const std::wstring& line) { QVMX::Console::out(L"%ls", line.c_str()); });
-}
-
 bool BOX::writeSize(BinFile& file, uint64_t newSize) const {
     const uint64_t saved = file.position();
     bool ok;
@@ -136,9 +109,7 @@ void NestedBox::dump(const DumpLine& out) const {
 }
 
 void NestedBox::dumpChildren(const DumpLine& out) const {
-    // Through dump(), so that a class overriding only that still adds its lines.
-    const DumpOutputScope scope(out);
-    for (const auto& child : children) child->dump();
+    for (const auto& child : children) child->dump(out);
 }
 
 std::unique_ptr<BOX> NestedBox::allocChild(BOX& header) { return std::make_unique<BOX>(header); }

@@ -46,10 +46,6 @@ public:
     virtual bool hasChild() const { return false; }
     // One line for this box, then those of the boxes inside it.
     virtual void dump(const DumpLine& out) const;
-    // Kept for box classes that still add lines of their own by overriding
-    // it: the walk calls it, and it writes to the output of the dump(out) in
-    // progress (to the console when called outside one).
-    virtual void dump() const;
     virtual void parseBox(BinFile& file, uint64_t end);
     // Lists the box's own fields after its header, in order, for reading
     // and writing alike (see field_buffer.h); false for a box without such
@@ -93,7 +89,6 @@ public:
     using BOX::BOX;
 
     bool hasChild() const override { return true; }
-    using BOX::dump;
     void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     // Makes the typed object for a header just read; plain BOX by default.

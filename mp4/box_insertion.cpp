@@ -11,13 +11,13 @@
 
 namespace MP4 {
 
-bool Container::alone(const std::function<bool()>& record) {
+QVMX::Status Container::alone(const std::function<QVMX::Status()>& record) {
     beginEdits();
-    const bool recorded = record();
+    QVMX::Status recorded = record();
     if (!recorded) {
         batching_ = relayout_ = false;
         batch_.clear();
-        return false;
+        return recorded;
     }
     return commitEdits();
 }
@@ -29,23 +29,23 @@ void Container::beginEdits() {
     batchName_.clear();
 }
 
-bool Container::commitEdits(const std::wstring& target) {
+QVMX::Status Container::commitEdits(const std::wstring& target) {
     batching_ = false;
     std::vector<BoxEdit> edits = std::move(batch_);
     batch_.clear();
     const bool relayout = relayout_;
     relayout_ = false;
     target_ = target;
-    bool ok;
+    QVMX::Status committed;
     if (relayout) {
-        ok = relayoutWithEdits(batchName_, edits);
+        committed = relayoutWithEdits(batchName_, edits);
     } else if (!edits.empty()) {
-        ok = applyEdits(batchName_, edits);
-    } else {
-        ok = target.empty() || copyInto(target);
+        committed = applyEdits(batchName_, edits);
+    } else if (!target.empty()) {
+        committed = copyInto(target);
     }
     target_.clear();
-    return ok;
+    return committed;
 }
 
 bool Container::isBeingRemoved(const BOX& box) const {
@@ -54,11 +54,11 @@ bool Container::isBeingRemoved(const BOX& box) const {
     });
 }
 
-bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
+QVMX::Status Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
     if (batching_) {
         batchName_ += (batchName_.empty() ? L"" : L"+") + name;
         for (auto& e : edits) batch_.push_back(std::move(e));
-        return true;
+        return {};
     }
     // Stable: of two insertions at one point, the one listed first (the
     // deeper box's) comes first.
@@ -84,11 +84,12 @@ bool Container::applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits
     return modifyContainer(name, copy, grow, shift);
 }
 
-bool Container::replaceUdta(uint64_t size, const ByteArray& bytes) {
+QVMX::Status Container::replaceUdta(uint64_t size, const ByteArray& bytes) {
     // The bytes must be exactly one udta box of that size.
-    if (size != bytes.size) return false;
     std::vector<BoxEdit> edits(1);
-    if (!userDataReplacement(bytes, edits[0])) return false;
+    if (size != bytes.size || !userDataReplacement(bytes, edits[0])) {
+        return QVMX::Failure{L"replaceUdta", L"the bytes are not one user data box, or the movie box cannot take it"};
+    }
     return applyEdits(edits[0].from == edits[0].to ? L"replaceUdta_Append" : L"replaceUdta_Replace", edits);
 }
 
@@ -119,15 +120,15 @@ bool Container::userDataReplacement(const ByteArray& bytes, BoxEdit& edit) {
     return true;
 }
 
-bool Container::appendTopLevel(const std::wstring& name, const ByteArray& bytes) {
+QVMX::Status Container::appendTopLevel(const std::wstring& name, const ByteArray& bytes) {
     if (!batching_) return alone([&] { return appendTopLevel(name, bytes); });
     BoxEdit append;
     append.bytes = bytes;
     return appendTopLevel(name, std::move(append));
 }
 
-bool Container::appendTopLevel(const std::wstring& name, BoxEdit append) {
-    if (!root_) return false;
+QVMX::Status Container::appendTopLevel(const std::wstring& name, BoxEdit append) {
+    if (!root_) return QVMX::Failure{name, L"the file could not be read"};
     std::vector<BoxEdit> edits;
     // Readers find a fragment index from the end of the file: what is
     // appended goes in front of it.
@@ -138,14 +139,14 @@ bool Container::appendTopLevel(const std::wstring& name, BoxEdit append) {
         // that what is appended stays outside it.
         const BOX& last = *root_->children.back();
         BinFile file(path_, 'r');
-        if (!file.isOpen()) return false;
+        if (!file.isOpen()) return QVMX::Failure{name, QVMX::systemCause(file.error())};
         file.setLimit(BinFile::kNoLimit);
         file.seek(last.start);
         const bool patched = std::any_of(batch_.begin(), batch_.end(), [&last](const BoxEdit& e) {
             return e.holders.empty() && e.from == last.start && e.to == last.start + 4;
         });
         if (!patched && !last.largeSize && last.end() == file.length() && file.read32() == 0) {
-            if (last.size > 0xFFFFFFFFull) return false;
+            if (last.size > 0xFFFFFFFFull) return QVMX::Failure{name, L"the last box is too large for its size field"};
             BoxEdit size;
             size.from = last.start;
             size.to = last.start + 4;

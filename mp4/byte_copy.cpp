@@ -128,20 +128,28 @@ bool copyInKernel(int from, int to, off_t& inAt, off_t& outAt, uint64_t size, ui
     return true;
 }
 
-uint64_t copyThroughMemory(int from, int to, off_t& inAt, off_t& outAt, uint64_t size, uint64_t done) {
+// The way that always works, and so the one whose failure says why: a read
+// or write error is left in readError or writeError.
+uint64_t copyThroughMemory(int from, int to, off_t& inAt, off_t& outAt, uint64_t size, uint64_t done,
+                           int& readError, int& writeError) {
     const uint64_t bufferSize = std::min(size - done, kStep);
     std::unique_ptr<uint8_t[]> buffer(new (std::nothrow) uint8_t[bufferSize]);
-    if (!buffer) return done;
+    if (!buffer) {
+        writeError = ENOMEM;
+        return done;
+    }
     while (done < size) {
         const uint64_t want = std::min(size - done, bufferSize);
         const ssize_t got = ::pread(from, buffer.get(), want, inAt);
         if (got < 0 && errno == EINTR) continue;
+        if (got < 0) readError = errno;
         if (got <= 0) break;
         uint64_t put = 0;
         while (put < static_cast<uint64_t>(got)) {
             const uint64_t piece = std::min(static_cast<uint64_t>(got) - put, kWritePiece);
             const ssize_t n = ::pwrite(to, buffer.get() + put, piece, outAt + static_cast<off_t>(put));
             if (n < 0 && errno == EINTR) continue;
+            if (n < 0) writeError = errno;
             if (n <= 0) break;
             put += static_cast<uint64_t>(n);
         }
@@ -155,7 +163,7 @@ uint64_t copyThroughMemory(int from, int to, off_t& inAt, off_t& outAt, uint64_t
 
 // The fastest way that works: how many of size bytes arrived, both offsets
 // moved past them.
-uint64_t copyRange(int in, int out, off_t& inAt, off_t& outAt, uint64_t size) {
+uint64_t copyRange(int in, int out, off_t& inAt, off_t& outAt, uint64_t size, int& readError, int& writeError) {
     uint64_t done = 0;
     // Offsets congruent within a page suit the kernel's copy; others go
     // through the pipe.
@@ -163,7 +171,7 @@ uint64_t copyRange(int in, int out, off_t& inAt, off_t& outAt, uint64_t size) {
     const bool finished = congruent ? copyInKernel(in, out, inAt, outAt, size, done)
                                     : copyThroughPipe(in, out, inAt, outAt, size, done) ||
                                           copyInKernel(in, out, inAt, outAt, size, done);
-    if (!finished) done = copyThroughMemory(in, out, inAt, outAt, size, done);
+    if (!finished) done = copyThroughMemory(in, out, inAt, outAt, size, done, readError, writeError);
     return done;
 }
 
@@ -176,11 +184,12 @@ uint64_t copyBytes(QVMX::FileIO& from, QVMX::FileIO& to, uint64_t size) {
     const int in = from.descriptor();
     const int out = to.descriptor();
     uint64_t done = 0;
+    int readError = 0, writeError = 0;
     // Where the file system shares blocks between files, the whole blocks
     // are shared and only the edges copied.
     ClonePlan plan;
     if (planClone(in, out, static_cast<uint64_t>(inAt), static_cast<uint64_t>(outAt), size, plan)) {
-        done = plan.head > 0 ? copyRange(in, out, inAt, outAt, plan.head) : 0;
+        done = plan.head > 0 ? copyRange(in, out, inAt, outAt, plan.head, readError, writeError) : 0;
         if (done == plan.head &&
             cloneRange(in, out, static_cast<uint64_t>(inAt), static_cast<uint64_t>(outAt), plan.body)) {
             inAt += static_cast<off_t>(plan.body);
@@ -188,7 +197,9 @@ uint64_t copyBytes(QVMX::FileIO& from, QVMX::FileIO& to, uint64_t size) {
             done += plan.body;
         }
     }
-    if (done < size) done += copyRange(in, out, inAt, outAt, size - done);
+    if (done < size) done += copyRange(in, out, inAt, outAt, size - done, readError, writeError);
+    if (readError != 0) from.noteError(readError);
+    if (writeError != 0) to.noteError(writeError);
     from.seek_set(static_cast<uint64_t>(inAt));
     to.seek_set(static_cast<uint64_t>(outAt));
     // An empty write tells a reading cache over the destination that its

@@ -82,17 +82,8 @@ bool Container::modifyBoxSize(BinFile& file, const BOX& box, int64_t delta) {
     return ok;
 }
 
-std::vector<const STCO*> Container::chunkTables(const char* stblPath) {
+std::vector<const STCO*> Container::chunkTables() {
     std::vector<const STCO*> tables;
-    if (stblPath != nullptr) {
-        for (const char* leaf : {".stco", ".co64"}) {
-            find(std::string(stblPath) + leaf, [&tables](BOX& box) {
-                if (const auto* table = dynamic_cast<const STCO*>(&box)) tables.push_back(table);
-                return true;
-            });
-        }
-        return tables;
-    }
     // Wherever a track lies: in the movie box or in a uuid box that holds one.
     std::function<void(const BOX&)> visit = [&](const BOX& box) {
         if (const auto* table = dynamic_cast<const STCO*>(&box)) tables.push_back(table);
@@ -117,7 +108,7 @@ bool Container::mapChunkOffsets(BinFile& file, const std::vector<const STCO*>& t
 }
 
 bool Container::followChunks(BinFile& file, const OffsetMap& where, const std::vector<ByteRange>& settled) {
-    std::vector<const STCO*> tables = chunkTables(nullptr);
+    std::vector<const STCO*> tables = chunkTables();
     // A table an edit wrote holds the new file's offsets already.
     std::erase_if(tables, [&settled](const STCO* table) {
         return std::any_of(settled.begin(), settled.end(),
@@ -125,13 +116,6 @@ bool Container::followChunks(BinFile& file, const OffsetMap& where, const std::v
     });
     return mapChunkOffsets(file, tables, where) && followFragmentIndex(file, where) &&
            followFragmentBases(file, where);
-}
-
-bool Container::modifySTCOIndex(BinFile& file, int64_t delta) {
-    const std::vector<const STCO*> tables = chunkTables(kTrackTables);
-    return !tables.empty() && mapChunkOffsets(file, tables, [delta](uint64_t value, uint64_t& moved) {
-               return shifted(value, delta, ~uint64_t(0), moved);
-           });
 }
 
 }  // namespace MP4

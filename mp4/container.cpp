@@ -47,8 +47,8 @@ void Container::parse(BinFile& file, uint64_t end) {
     });
 }
 
-void Container::dump() const {
-    if (root_) root_->dump();
+void Container::dump(const DumpLine& out) const {
+    if (root_) root_->dump(out);
 }
 
 void Container::find(const char* path, const BoxCallback& fn) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "foundation/byte_array.h"
+#include "foundation/failure.h"
 #include "foundation/file_io.h"
 #include "mp4/box.h"
 #include "mp4/box_edits.h"
@@ -38,8 +39,6 @@ public:
     // Where a byte of the source lies in the new file; false when it has no
     // place there.
     using OffsetMap = std::function<bool(uint64_t from, uint64_t& to)>;
-    // The sample tables of the movie's tracks.
-    static constexpr const char* kTrackTables = "moov.trak.mdia.minf.stbl";
 
     Container() = default;
     Container(const Container&) = delete;
@@ -51,7 +50,7 @@ public:
     // be opened (the tree is then empty).
     bool attach(const std::wstring& path, uint64_t end = kAll);
     void parse(BinFile& file, uint64_t end);
-    void dump() const;
+    void dump(const DumpLine& out) const;
     void find(const char* path, const BoxCallback& fn);
     void find(const std::string& path, const BoxCallback& fn) { find(path.c_str(), fn); }
     void if_not_found(const char* path, const std::function<void()>& fn);
@@ -68,21 +67,19 @@ public:
     // Writes a whole new file with copyFn, then fixes it up: fixA sees the
     // boxes in front of the new content, fixB all of them. The new file goes
     // into the commit's target, or else replaces this one, and the container
-    // then describes it.
-    bool modifyContainer(const std::wstring& name, const CopyFn& copyFn, const FixFn& fixA,
-                         const FixFn& fixB);
-    bool replaceUdta(uint64_t size, const ByteArray& bytes);
+    // then describes it. A failure names the step (name) and why it failed;
+    // the notice line saying so is posted too.
+    QVMX::Status modifyContainer(const std::wstring& name, const CopyFn& copyFn, const FixFn& fixA,
+                                 const FixFn& fixB);
+    QVMX::Status replaceUdta(uint64_t size, const ByteArray& bytes);
     // The edit that puts bytes (one whole udta box) in place of the movie's
     // user data, or at the end of the movie box when it has none.
     bool userDataReplacement(const ByteArray& bytes, BoxEdit& edit);
     static bool modifyBoxSize(BinFile& file, const BOX& box, int64_t delta);
-    // False when the movie's tracks have no table; a table whose entry
-    // count runs past its box, or whose shifted offsets would leave the
-    // file, is not written and makes the result false.
-    bool modifySTCOIndex(BinFile& file, int64_t delta);
     // Every chunk offset of every table, each moved to where its own bytes
-    // went; checked whole before the first is written. Tables that lie in
-    // a settled range (bytes an edit wrote, offsets already final) are left.
+    // went; checked whole before the first is written (a table whose entry
+    // count runs past its box, or an offset that would leave the file or
+    // its entry's width, fails it). Tables that lie in a settled range (bytes an edit wrote, offsets already final) are left.
     bool followChunks(BinFile& file, const OffsetMap& where, const std::vector<ByteRange>& settled = {});
     // The moof offsets of the fragment random-access tables, the same way.
     bool followFragmentIndex(BinFile& file, const OffsetMap& where);
@@ -98,19 +95,19 @@ public:
     // is never written; without one it replaces this file (and nothing is
     // written when nothing was recorded).
     void beginEdits();
-    bool commitEdits(const std::wstring& target = {});
+    QVMX::Status commitEdits(const std::wstring& target = {});
     bool isBeingRemoved(const BOX& box) const;
 
     // --- relayout and time stamps ------------------------------------------
     bool isMdatFirst() const;
-    bool moovFirst();
-    bool updateTimeStamp(uint64_t time);
+    QVMX::Status moovFirst();
+    QVMX::Status updateTimeStamp(uint64_t time);
 
     // --- edits ----------------------------------------------------------------
     // One copy-frame rewrite making all the edits (or, in a batch, recorded
     // for its copy), with the holders' sizes and the chunk offsets of
     // whatever moved brought up to date.
-    bool applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
+    QVMX::Status applyEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
     // Whether a box is at path and not on its way out in the batch.
     bool hasBox(const char* path);
     // Boxes added at the end of the movie's user data (a new udta when it
@@ -138,10 +135,10 @@ public:
     // --- metadata boxes ----------------------------------------------------
     // A box after every other (in front of a trailing fragment index); in
     // a batch, part of its one copy.
-    bool appendTopLevel(const std::wstring& name, const ByteArray& bytes);
+    QVMX::Status appendTopLevel(const std::wstring& name, const ByteArray& bytes);
     // The same for an edit made elsewhere (bytes borrowed from another file,
     // settled offsets); its place is set here. Only in a batch.
-    bool appendTopLevel(const std::wstring& name, BoxEdit append);
+    QVMX::Status appendTopLevel(const std::wstring& name, BoxEdit append);
     // Where a byte of the source lands once the edits recorded in the
     // batch so far are committed (a relayout included); false when it has
     // no place in the new file.
@@ -154,21 +151,21 @@ public:
 private:
     void forget();
     // The file copied whole into target, which the container then describes.
-    bool copyInto(const std::wstring& target);
+    QVMX::Status copyInto(const std::wstring& target);
     // A batch of one for an operation called outside a batch.
-    bool alone(const std::function<bool()>& record);
+    QVMX::Status alone(const std::function<QVMX::Status()>& record);
     // A fragment random-access box that ends the file, or null.
     const BOX* trailingIndex() const;
-    // The chunk-offset tables under stblPath, or every one of the tree.
-    std::vector<const STCO*> chunkTables(const char* stblPath);
+    // Every chunk-offset table of the tree.
+    std::vector<const STCO*> chunkTables();
     bool mapChunkOffsets(BinFile& file, const std::vector<const STCO*>& tables, const OffsetMap& where);
     // The order moovFirst writes the top-level boxes in; false when the movie
     // box already comes first (or there is none).
     bool relayoutOrder(std::vector<const BOX*>& order) const;
     // moovFirst and the batch's edits in one copy.
-    bool relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
+    QVMX::Status relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits);
     // updateTimeStamp's writes as edits of the batch.
-    bool timeStampEdits(uint64_t time);
+    QVMX::Status timeStampEdits(uint64_t time);
     // The batch's edits and extra as its commit makes them, sorted.
     std::vector<BoxEdit> plannedEdits(const std::vector<BoxEdit>& extra) const;
 

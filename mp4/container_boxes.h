@@ -9,7 +9,6 @@ namespace MP4 {
 class ROOT : public NestedBox {
 public:
     ROOT(uint64_t size);
-    using NestedBox::dump;
     void dump(const DumpLine& out) const override;
     std::unique_ptr<BOX> allocChild(BOX& header) override;
 };

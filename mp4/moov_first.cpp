@@ -41,25 +41,29 @@ bool Container::relayoutOrder(std::vector<const BOX*>& order) const {
     return moov != nullptr;
 }
 
-bool Container::moovFirst() {
+QVMX::Status Container::moovFirst() {
     std::vector<const BOX*> order;
-    if (!relayoutOrder(order)) return false;
+    if (!relayoutOrder(order)) {
+        return QVMX::Failure{L"moovFirst", moov_ == nullptr ? L"there is no movie box" : L"the movie box comes first already"};
+    }
     if (!batching_) return alone([this] { return moovFirst(); });
     // Made together with the batch's edits when it is committed.
     relayout_ = true;
     batchName_ += (batchName_.empty() ? L"" : L"+") + std::wstring(L"moovFirst");
-    return true;
+    return {};
 }
 
-bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
+QVMX::Status Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>& edits) {
     std::vector<const BOX*> order;
     if (!relayoutOrder(order)) return applyEdits(name, edits);
     std::stable_sort(edits.begin(), edits.end(),
                      [](const BoxEdit& a, const BoxEdit& b) { return a.from < b.from; });
     Relayout layout;
-    if (!layout.assign(order, edits)) return false;
+    if (!layout.assign(order, edits)) return QVMX::Failure{name, L"an edit lies outside every top-level box"};
     // Offsets inside what an edit writes are not known to the layout.
-    if (std::any_of(edits.begin(), edits.end(), [](const BoxEdit& e) { return e.settled; })) return false;
+    if (std::any_of(edits.begin(), edits.end(), [](const BoxEdit& e) { return e.settled; })) {
+        return QVMX::Failure{name, L"an edit's own chunk offsets cannot follow the relayout"};
+    }
 
     const CopyFn copy = [&](BinFile& source, BinFile& destination, uint64_t& position) {
         if (!editsFit(edits, source.length()) || !layout.copy(source, destination)) return false;
@@ -77,12 +81,12 @@ bool Container::relayoutWithEdits(const std::wstring& name, std::vector<BoxEdit>
     return modifyContainer(name, copy, grow, shift);
 }
 
-bool Container::updateTimeStamp(uint64_t time) {
+QVMX::Status Container::updateTimeStamp(uint64_t time) {
     if (!batching_) return alone([this, time] { return timeStampEdits(time); });
     return timeStampEdits(time);
 }
 
-bool Container::timeStampEdits(uint64_t time) {
+QVMX::Status Container::timeStampEdits(uint64_t time) {
     // The creation time is the first field after version and flags, 64 bits
     // wide in version 1 headers.
     std::vector<BoxEdit> edits;
@@ -116,9 +120,10 @@ bool Container::timeStampEdits(uint64_t time) {
         if (const auto* mdhd = dynamic_cast<const MDHD*>(&box)) stamp(box, mdhd->version);
         return true;
     });
-    // A header too short for its field fails the step but the others are
-    // still written, as in place.
-    return applyEdits(L"updateTimeStamp", edits) && ok;
+    // A header too short for its field fails the step.
+    QVMX::Status recorded = applyEdits(L"updateTimeStamp", edits);
+    if (recorded && !ok) return QVMX::Failure{L"updateTimeStamp", L"a header is too short for its creation time"};
+    return recorded;
 }
 
 }  // namespace MP4

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "foundation/notices.h"
 #include "foundation/wchar.h"
 #include "mp4/byte_copy.h"
@@ -49,29 +51,47 @@ void printCopyFailure(const std::wstring& name, const std::wstring& from, const 
                        from.c_str(), to.c_str());
 }
 
+// Why a copy from source into destination stopped: an error of either file,
+// else a source shorter than the tree read from it, else an edit.
+std::wstring copyCause(const QVMX::FileIO& source, const QVMX::FileIO& destination, uint64_t parsedLength) {
+    if (destination.error() != 0) return QVMX::systemCause(destination.error());
+    if (source.error() != 0) return QVMX::systemCause(source.error());
+    if (source.length() < parsedLength) return L"the source ended before the copy did";
+    return L"an edit does not fit the movie, or could not be made";
+}
+
 }  // namespace
 
 bool Container::open(const FileFn& fn) { return QVMX::FileIO::open(path_, fn); }
 
-bool Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, const FixFn& fixA,
-                                const FixFn& fixB) {
+QVMX::Status Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, const FixFn& fixA,
+                                        const FixFn& fixB) {
     // Into the commit's target when it has one, else into a new file that
     // replaces this one.
     const bool replace = target_.empty();
     const std::wstring temporary = replace ? path_ + L".tmp.mp4" : target_;
-    bool ok = false;
+    const uint64_t parsedLength = root_ ? root_->size : 0;
+    std::wstring cause;
     bool created = false;
     FileId written;
     uint64_t position = 0;
     {
         BinFile source(path_, 'r');
-        if (source.isOpen()) {
+        if (!source.isOpen()) {
+            cause = QVMX::systemCause(source.error());
+        } else {
             BinFile destination(temporary, 'w');
-            if (destination.isOpen() && identify(destination.descriptor(), written)) {
+            if (!destination.isOpen()) {
+                cause = QVMX::systemCause(destination.error());
+            } else if (!identify(destination.descriptor(), written)) {
+                cause = QVMX::systemCause(errno);
+            } else {
                 created = true;
-                if (written.regular) {
+                if (!written.regular) {
+                    cause = L"the target is not a regular file";
+                } else {
                     if (replace) keepMode(source, destination);
-                    ok = copyFn(source, destination, position);
+                    if (!copyFn(source, destination, position)) cause = copyCause(source, destination, parsedLength);
                 }
             }
         }
@@ -79,56 +99,66 @@ bool Container::modifyContainer(const std::wstring& name, const CopyFn& copyFn, 
     // The first fix sees only the boxes whose headers come before the new
     // content; the second sees the whole new file.
     Container fixed;
-    if (ok) {
-        ok = fixed.attach(temporary, position);
-        if (ok) {
-            BinFile file(temporary, 'a');
-            ok = file.isOpen() && fixA(fixed, file);
+    const auto fixUp = [&](uint64_t end, const FixFn& fix, const wchar_t* fixCause) {
+        if (!cause.empty()) return;
+        if (!fixed.attach(temporary, end)) {
+            cause = L"the new file could not be read back";
+            return;
         }
-        if (ok) ok = fixed.attach(temporary, kAll);
-        if (ok) {
-            BinFile file(temporary, 'a');
-            ok = file.isOpen() && fixB(fixed, file);
+        BinFile file(temporary, 'a');
+        if (!file.isOpen()) {
+            cause = QVMX::systemCause(file.error());
+        } else if (!fix(fixed, file)) {
+            cause = file.error() != 0 ? QVMX::systemCause(file.error()) : fixCause;
         }
-    }
-    if (ok) {
+    };
+    fixUp(position, fixA, L"a box holding an edit cannot take its new size");
+    fixUp(kAll, fixB, L"a chunk offset table could not be mapped");
+    if (cause.empty()) {
         if (!replace) {
             path_ = target_;
-        } else {
+        } else if (!QVMX::FileIO::rename(temporary, path_)) {
             // One rename: at every moment either the old or the new file
             // has the name.
-            ok = QVMX::FileIO::rename(temporary, path_);
+            cause = QVMX::systemCause(errno);
         }
     }
-    if (!ok) {
+    if (!cause.empty()) {
         printCopyFailure(name, path_, temporary);
         if (created && replace) removeWritten(temporary, written);
         attach(path_);
-        return false;
+        return QVMX::Failure{name, cause};
     }
     // The second fix changed values, not boxes: its tree is the new file's.
     root_ = std::move(fixed.root_);
     mdat_ = fixed.mdat_;
     moov_ = fixed.moov_;
     videoTrack_ = fixed.videoTrack_;
-    return true;
+    return {};
 }
 
-bool Container::copyInto(const std::wstring& target) {
-    bool ok = false;
+QVMX::Status Container::copyInto(const std::wstring& target) {
+    std::wstring cause;
     {
         BinFile source(path_, 'r');
         BinFile destination(target, 'w');
-        if (source.isOpen() && destination.isOpen()) {
+        if (!source.isOpen()) {
+            cause = QVMX::systemCause(source.error());
+        } else if (!destination.isOpen()) {
+            cause = QVMX::systemCause(destination.error());
+        } else {
             const uint64_t length = source.length();
-            ok = copyBytes(source, destination, length) == length;
+            if (copyBytes(source, destination, length) != length) {
+                cause = copyCause(source, destination, root_ ? root_->size : 0);
+            }
         }
     }
-    if (!ok) {
+    if (!cause.empty()) {
         printCopyFailure(L"copy", path_, target);
-        return false;
+        return QVMX::Failure{L"copy", cause};
     }
-    return attach(target);
+    if (!attach(target)) return QVMX::Failure{L"copy", L"the copy could not be read back"};
+    return {};
 }
 
 }  // namespace MP4

@@ -196,7 +196,10 @@ AvcCFact readAvcC(const MP4::AVCC& box) {
     fact.size = box.size;
     H264::AVCC record;
     H264::SPS sps;
-    if (!box.decode(record, sps)) return fact;
+    if (const QVMX::Status decoded = box.decode(record, sps); !decoded) {
+        fact.failure = decoded.failure().where + L" failed: " + decoded.failure().cause;
+        return fact;
+    }
     fact.decoded = true;
     fact.profileIdc = sps.profile_idc.value;
     fact.levelIdc = sps.level_idc.value;

@@ -50,6 +50,8 @@ struct SensorFact {
 struct AvcCFact {
     uint64_t start = 0, size = 0;
     bool decoded = false;
+    // Why not: "STEP failed: CAUSE".
+    std::wstring failure;
     unsigned profileIdc = 0, levelIdc = 0;
     unsigned constraintSets[6] = {};
     unsigned long long widthMbs = 0, heightMbs = 0;
@@ -65,7 +67,7 @@ const char* projectionName(meta::V2Projection projection);
 std::vector<MakerFact> readMakerRecords(MP4::Container& container);
 std::vector<SensorFact> readSensors(MP4::Container& container);
 std::vector<AvcCFact> readParameterSets(MP4::Container& container);
-// One avcC box: decoding it may print why its first SPS cannot be read.
+// One avcC box and its first SPS.
 AvcCFact readAvcC(const MP4::AVCC& box);
 
 // Maker-record text as the dump shows it: up to its first NUL, other bytes

@@ -11,7 +11,10 @@ void dumpParameterSets(MP4::Container& container) {
         QVMX::Console::out(L"avcC: start=%llu bytes=%llu\n", static_cast<unsigned long long>(avcc->start),
                            static_cast<unsigned long long>(avcc->size));
         const AvcCFact sps = readAvcC(*avcc);
-        if (!sps.decoded) return true;
+        if (!sps.decoded) {
+            QVMX::Console::out(L"%ls\n", sps.failure.c_str());
+            return true;
+        }
         const unsigned* c = sps.constraintSets;
         QVMX::Console::out(L"avcC:     profile_idc=%u constraint_set0..5=%u%u%u%u%u%u level_idc=%u\n",
                            sps.profileIdc, c[0], c[1], c[2], c[3], c[4], c[5], sps.levelIdc);

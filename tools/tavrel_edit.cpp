@@ -55,6 +55,11 @@ bool readWhole(const std::wstring& path, std::string& out) {
 // Room kept for what an edit adds to a copy of the source.
 constexpr unsigned long long kEditRoom = 4ull << 20;
 
+// "the OPERATION edit failed", and why.
+std::string editFailure(const std::string& operation, const QVMX::Status& status) {
+    return "the " + operation + " edit failed: " + QVMX::wchar::wcs2mbs(status.failure().cause).c_str();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -99,33 +104,33 @@ int main(int argc, char** argv) {
     const std::wstring temporary = QVMX::wchar::mbs2wcs(pending.temporaryPath().c_str());
     container.beginEdits();
 
-    bool ok = false;
+    QVMX::Status recorded;
     if (operation == "moovfirst") {
-        ok = container.moovFirst();
+        recorded = container.moovFirst();
     } else if (operation == "timestamp") {
-        ok = container.updateTimeStamp(std::strtoull(argv[4], nullptr, 10));
+        recorded = container.updateTimeStamp(std::strtoull(argv[4], nullptr, 10));
     } else if (operation == "udta") {
-        ok = container.replaceUdta(argument.size(), ByteArray(argument.data(), argument.size()));
+        recorded = container.replaceUdta(argument.size(), ByteArray(argument.data(), argument.size()));
     } else if (operation == "xmp") {
-        ok = meta::appendXMP(container, argument);
+        recorded = meta::appendXMP(container, argument);
     } else if (operation == "axis") {
-        ok = meta::appendAxis(container, argument);
+        recorded = meta::appendAxis(container, argument);
     } else if (operation == "spherical") {
-        ok = meta::appendSphericalVideoXML(container, argument);
+        recorded = meta::appendSphericalVideoXML(container, argument);
     } else if (operation == "location") {
         GPSInfo gps;
         gps.attachRXYZ(argv[4]);
-        ok = meta::appendLocations(container, gps);
+        recorded = meta::appendLocations(container, gps);
     } else if (operation == "fullrange") {
-        ok = meta::declareRange(container, std::string(argv[4]) == "1");
+        recorded = meta::declareRange(container, std::string(argv[4]) == "1");
     }
-    if (!ok) {
+    if (!recorded) {
         QVMX::Console::out(L"tavrel-edit: %ls failed.\n", QVMX::wchar::mbs2wcs(operation.c_str()).c_str());
-        return refuseOutput(output, "the " + operation + " edit failed", &pending, needed);
+        return refuseOutput(output, editFailure(operation, recorded), &pending, needed);
     }
     // An edit with nothing to change still makes the output: the source.
-    if (!container.commitEdits(temporary)) {
-        return refuseOutput(output, "the " + operation + " edit failed", &pending, needed);
+    if (const QVMX::Status committed = container.commitEdits(temporary); !committed) {
+        return refuseOutput(output, editFailure(operation, committed), &pending, needed);
     }
     if (!pending.commit()) return refuseOutput(output, pending.cause(), &pending, needed);
     return 0;

@@ -78,7 +78,7 @@ bool rewrite(const TempDir& dir, bool fullRange) {
     ConsoleCapture quiet;
     MP4::Container c;
     c.attach(dir.wfile("m.mp4"));
-    return meta::declareRange(c, fullRange);
+    return meta::declareRange(c, fullRange).ok();
 }
 
 }  // namespace

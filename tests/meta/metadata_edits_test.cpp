@@ -143,10 +143,10 @@ TEST(AppendXmpAndAxis, EachGoesToTheEndOfTheFileOnceClosingAnOpenMediaDataFirst)
 
 TEST(EditBatch, OneCopyMakesWhatSeparateRewritesMakeWithOrWithoutTheRelayout) {
     const auto edits = [](MP4::Container& c, bool relayout) {  // relayout: the media data comes first
-        EXPECT_EQ(c.moovFirst(), relayout);
-        meta::removeBadLOCI(c);
-        meta::removeBadLOCI(c);  // already on its way out when batched: nothing more
-        meta::appendLocationAndSphericalVideoXML(c, position(), "<rdf:SphericalVideo/>");
+        EXPECT_EQ(c.moovFirst().ok(), relayout);
+        EXPECT_TRUE(meta::removeBadLOCI(c));
+        EXPECT_TRUE(meta::removeBadLOCI(c));  // already on its way out when batched: nothing more
+        EXPECT_TRUE(meta::appendLocationAndSphericalVideoXML(c, position(), "<rdf:SphericalVideo/>"));
     };
     const Bytes children = box("@xyz", "+1+2/") + loci(28);
     for (const MovieShape& layout : kLayouts) {
@@ -175,11 +175,13 @@ TEST(EditBatch, AnEmptyBatchWritesNothingAndAClashingOneWritesNothingEither) {
     EXPECT_EQ(m.bytes(), m.original);
     // The loci lies inside the user data that is replaced: the edits overlap.
     m.container.beginEdits();
-    meta::removeBadLOCI(m.container);
-    m.container.replaceUdta(16, ByteArray("\0\0\0\x10udta\0\0\0\x08"
-                                          "free",
-                                          16));
-    EXPECT_FALSE(m.container.commitEdits());
+    EXPECT_TRUE(meta::removeBadLOCI(m.container));
+    EXPECT_TRUE(m.container.replaceUdta(16, ByteArray("\0\0\0\x10udta\0\0\0\x08"
+                                                      "free",
+                                                      16)));
+    const QVMX::Status clash = m.container.commitEdits();
+    ASSERT_FALSE(clash);
+    EXPECT_EQ(clash.failure().text(), L"removeBadLOCI+replaceUdta_Replace: an edit does not fit the movie, or could not be made");
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
 }

@@ -44,7 +44,7 @@ size_t count(MP4::Container& c, const std::string& type) {
 // The movie's user data grown to size bytes (the shape's own is 124).
 bool userDataOf(MovieFile& m, uint64_t size) {
     const Bytes udta = box("udta", box("note", Bytes(size - 16, 'n')));
-    return m.container.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size()));
+    return m.container.replaceUdta(udta.size(), ByteArray(udta.data(), udta.size())).ok();
 }
 
 const MovieShape kShape{.moovFirst = true, .udtaChildren = box("note", Bytes(108, 'n'))};

@@ -219,14 +219,14 @@ TEST(MovieEdits, AppendsAndTimeStampsInOneCopyGiveTheBytesOfSeparateSteps) {
         const MovieShape shape{.moovFirst = false};
         const Bytes movie = buildLaidOutMovie(shape, layouts[i]);
         MovieFile separate(movie);
-        separate.container.moovFirst();
+        (void)separate.container.moovFirst();
         ASSERT_TRUE(separate.container.appendTopLevel(L"first", bytesOf(uuidBox("0123456789abcdef", "<x:xmpmeta/>"))));
         ASSERT_TRUE(separate.container.appendTopLevel(L"second", bytesOf(uuidBox("fedcba9876543210", "axis"))));
         ASSERT_TRUE(separate.container.updateTimeStamp(0x0000000A11223344ull));
 
         MovieFile batched(movie);
         batched.container.beginEdits();
-        batched.container.moovFirst();
+        (void)batched.container.moovFirst();
         ASSERT_TRUE(batched.container.appendTopLevel(L"first", bytesOf(uuidBox("0123456789abcdef", "<x:xmpmeta/>"))));
         ASSERT_TRUE(batched.container.appendTopLevel(L"second", bytesOf(uuidBox("fedcba9876543210", "axis"))));
         ASSERT_TRUE(batched.container.updateTimeStamp(0x0000000A11223344ull));
