@@ -3,6 +3,7 @@
 // when the result cannot fit, and a run whose file system fills up while it
 // writes ends with exit 1, one line naming the output and the full disk, no
 // output and no temporary file; the source keeps its bytes either way.
+#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -13,6 +14,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "mp4/container.h"
 #include "spawned_run.h"
 #include "tavrel_fixture.h"
 
@@ -144,6 +146,23 @@ TEST_F(FullDisk, AFileSystemThatFillsDuringTheRunEndsItWithNothingWritten) {
         EXPECT_EQ(entriesOf(work.file("disk")), std::set<std::string>{"filler"});
         fs::remove(disk.file("filler"));
     }
+    EXPECT_EQ(sha256(source()), sourceHash());
+}
+
+// The commit itself says why it stopped: the step and the system's words
+// for a full disk, which the programs' refusal lines carry.
+TEST_F(FullDisk, ACommitIntoAFullFileSystemSaysSo) {
+    testsupport::TempDir work;
+    SmallDisk disk(work.file("disk"), "8m");
+    if (!disk.mounted()) GTEST_SKIP() << "mounting a tmpfs was refused: " << disk.refusal();
+    ASSERT_TRUE(disk.fill());
+    MP4::Container movie;
+    ASSERT_TRUE(movie.attach(testsupport::widen(source().string())));
+    movie.beginEdits();
+    ASSERT_TRUE(movie.moovFirst());
+    const QVMX::Status committed = movie.commitEdits(testsupport::widen(disk.file("out.mp4").string()));
+    ASSERT_FALSE(committed);
+    EXPECT_EQ(committed.failure().text(), L"moovFirst: " + QVMX::systemCause(ENOSPC));
     EXPECT_EQ(sha256(source()), sourceHash());
 }
 

@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "mp4/container.h"
 #include "tools/builders/box_builder.h"
 #include "support/movie_file.h"
@@ -31,20 +33,21 @@ Container::CopyFn writeAll(const Bytes& bytes, uint64_t position = 0) {
     };
 }
 
-// Whether fn reports success in a child process whose files cannot grow
-// past limit bytes, as on a full disk.
-bool succeedsUnderFileSizeLimit(rlim_t limit, const std::function<bool()>& fn) {
+// Whether fn fails, saying the file grew too large, in a child process
+// whose files cannot grow past limit bytes, as on a full disk.
+bool failsUnderFileSizeLimit(rlim_t limit, const std::function<QVMX::Status()>& fn) {
     const pid_t child = ::fork();
     if (child == 0) {
         ::signal(SIGXFSZ, SIG_IGN);
         const rlimit r{limit, limit};
         ::setrlimit(RLIMIT_FSIZE, &r);
         ConsoleCapture quiet;
-        ::_exit(fn() ? 1 : 0);
+        const QVMX::Status status = fn();
+        ::_exit(!status && status.failure().cause == QVMX::systemCause(EFBIG) ? 0 : 1);
     }
     int status = 0;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace
@@ -81,14 +84,17 @@ TEST(CopyFrame, AFailureAtAnyStepLeavesTheSourceAndNoTemporary) {
         const char* step;
         Container::CopyFn copy;
         Container::FixFn fixA, fixB;
-    } cases[] = {{"copy", halfCopy, kFixOk, kFixOk},
-                 {"fixA", writeAll(kOther), fail, kFixOk},
-                 {"fixB", writeAll(kOther), kFixOk, fail}};
+        const wchar_t* cause;
+    } cases[] = {{"copy", halfCopy, kFixOk, kFixOk, L"an edit does not fit the movie, or could not be made"},
+                 {"fixA", writeAll(kOther), fail, kFixOk, L"a box holding an edit cannot take its new size"},
+                 {"fixB", writeAll(kOther), kFixOk, fail, L"a chunk offset table could not be mapped"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.step);
         MovieFile m(buildMovie({}));
         ConsoleCapture console;
-        EXPECT_FALSE(m.container.modifyContainer(widen(c.step), c.copy, c.fixA, c.fixB));
+        const QVMX::Status status = m.container.modifyContainer(widen(c.step), c.copy, c.fixA, c.fixB);
+        ASSERT_FALSE(status);
+        EXPECT_EQ(status.failure().text(), widen(c.step) + L": " + c.cause);
         EXPECT_EQ(m.bytes(), m.original);
         EXPECT_FALSE(m.temporaryLeft());
         EXPECT_EQ(console.text(), "Container::modifyContainer::" + std::string(c.step) + "(" +
@@ -99,24 +105,41 @@ TEST(CopyFrame, AFailureAtAnyStepLeavesTheSourceAndNoTemporary) {
     MovieFile m(buildMovie({}));
     std::filesystem::create_directory(m.dir.file("movie.mp4.tmp.mp4"));
     ConsoleCapture console;
-    EXPECT_FALSE(m.container.modifyContainer(L"test", writeAll(kOther), kFixOk, kFixOk));
+    const QVMX::Status status = m.container.modifyContainer(L"test", writeAll(kOther), kFixOk, kFixOk);
+    ASSERT_FALSE(status);
+    EXPECT_EQ(status.failure().cause, QVMX::systemCause(EISDIR));
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_TRUE(std::filesystem::is_directory(m.dir.file("movie.mp4.tmp.mp4")));
 }
 
-TEST(CopyFrame, AFullDiskFailsAndLeavesTheFileAsItWas) {
+TEST(CopyFrame, ASourceCutShortSinceItWasReadFailsSayingSo) {
+    MovieFile m(buildMovie({.moovFirst = false}));
+    ASSERT_EQ(::truncate(m.path.c_str(), static_cast<off_t>(m.original.size() - 8)), 0);
+    const auto output = m.dir.file("out.mp4");
+    m.container.beginEdits();
+    ASSERT_TRUE(m.container.moovFirst());
+    ConsoleCapture console;
+    const QVMX::Status status = m.container.commitEdits(widen(output.string()));
+    ASSERT_FALSE(status);
+    EXPECT_EQ(status.failure().text(), L"moovFirst: the source ended before the copy did");
+    EXPECT_EQ(m.container.path(), m.wpath());
+}
+
+TEST(CopyFrame, AFullDiskFailsSayingWhyAndLeavesTheFileAsItWas) {
     MovieFile m(buildMovie({.moovFirst = false, .videoSamples = 400}));
-    EXPECT_FALSE(succeedsUnderFileSizeLimit(m.original.size() / 2, [&] {
+    EXPECT_TRUE(failsUnderFileSizeLimit(m.original.size() / 2, [&] {
         MP4::Container c;
-        return c.attach(m.wpath()) && c.moovFirst();
+        c.attach(m.wpath());
+        return c.moovFirst();
     }));
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
     // An append fails the same way.
     const Bytes big = uuidBox("0123456789abcdef", Bytes(64 * 1024, 'x'));
-    EXPECT_FALSE(succeedsUnderFileSizeLimit(m.original.size() + 1000, [&] {
+    EXPECT_TRUE(failsUnderFileSizeLimit(m.original.size() + 1000, [&] {
         MP4::Container c;
-        return c.attach(m.wpath()) && c.appendTopLevel(L"append", ByteArray(big.data(), big.size()));
+        c.attach(m.wpath());
+        return c.appendTopLevel(L"append", ByteArray(big.data(), big.size()));
     }));
     EXPECT_EQ(m.bytes(), m.original);
 }
@@ -149,7 +172,10 @@ TEST(CommitTarget, ATargetThatCannotTakeTheFileFailsWithoutRemovingIt) {
             ASSERT_TRUE(m.container.updateTimeStamp(7));
         }
         ConsoleCapture console;
-        EXPECT_FALSE(m.container.commitEdits(L"/dev/full"));
+        const QVMX::Status status = m.container.commitEdits(L"/dev/full");
+        ASSERT_FALSE(status);
+        EXPECT_EQ(status.failure().text(),
+                  withEdits ? L"updateTimeStamp: the target is not a regular file" : L"copy: No space left on device");
         EXPECT_EQ(m.bytes(), m.original);
         EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
         EXPECT_EQ(m.container.path(), m.wpath());
