@@ -231,7 +231,9 @@ QVMX::Status patch64(MP4::Container& movie, uint64_t field, std::initializer_lis
 QVMX::Status locateBlock(MP4::Container& movie) {
     const MP4::BOX* block = spatialBlock(movie);
     const MP4::BOX* kdt9 = locatorOf(movie);
-    if (block == nullptr || kdt9 == nullptr) return QVMX::Failure{L"locateBlock", L"there is no block or no KDT9 to name it"};
+    if (block == nullptr || kdt9 == nullptr) {
+        return QVMX::Failure{L"locateBlock", L"there is no block or no KDT9 to name it"};
+    }
     return patch64(movie, kdt9->start + 8, {block->start, block->size});
 }
 

@@ -79,7 +79,8 @@ public:
     // Every chunk offset of every table, each moved to where its own bytes
     // went; checked whole before the first is written (a table whose entry
     // count runs past its box, or an offset that would leave the file or
-    // its entry's width, fails it). Tables that lie in a settled range (bytes an edit wrote, offsets already final) are left.
+    // its entry's width, fails it). Tables that lie in a settled range
+    // (bytes an edit wrote, offsets already final) are left.
     bool followChunks(BinFile& file, const OffsetMap& where, const std::vector<ByteRange>& settled = {});
     // The moof offsets of the fragment random-access tables, the same way.
     bool followFragmentIndex(BinFile& file, const OffsetMap& where);

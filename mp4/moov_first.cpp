@@ -44,7 +44,8 @@ bool Container::relayoutOrder(std::vector<const BOX*>& order) const {
 QVMX::Status Container::moovFirst() {
     std::vector<const BOX*> order;
     if (!relayoutOrder(order)) {
-        return QVMX::Failure{L"moovFirst", moov_ == nullptr ? L"there is no movie box" : L"the movie box comes first already"};
+        return QVMX::Failure{L"moovFirst",
+                             moov_ == nullptr ? L"there is no movie box" : L"the movie box comes first already"};
     }
     if (!batching_) return alone([this] { return moovFirst(); });
     // Made together with the batch's edits when it is committed.

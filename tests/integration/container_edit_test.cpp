@@ -86,7 +86,8 @@ TEST(TavrelEdit, EditsIntoTheOutputAndRefusesWhatItCannotDo) {
         {"xmp source.mp4 x.mp4 missing.xml", "tavrel-edit: cannot read missing.xml"},
         {"moovfirst missing.mp4 x.mp4", "open(missing.mp4, 'r') failed."},
         {"moovfirst junk.mp4 x.mp4",
-         "tavrel-edit: moovfirst failed.\nx.mp4: the moovfirst edit failed: there is no movie box; nothing was written.\n"},
+         "tavrel-edit: moovfirst failed.\n"
+         "x.mp4: the moovfirst edit failed: there is no movie box; nothing was written.\n"},
     };
     writeFile(work.file("junk.mp4"), "no boxes here");
     for (const auto& [arguments, says] : refused) {

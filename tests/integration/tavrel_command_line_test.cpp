@@ -118,8 +118,9 @@ std::vector<Refusal> refusals() {
          "missing/out.mp4: its folder does not exist; nothing was written.\n\nTavrel "},
         {"OutputIsAFolder", Source::A10, "", "source.mp4 .", ".: it is a folder; nothing was written.\n\nTavrel "},
         {"NewestWithItsMovieBoxFirst", Source::NewestMoovFirst, "", "source.mp4 out.mp4",
-         "processing meta    4 40.00/100.00\nsource.mp4: its metadata could not be brought up to date: its movie box comes "
-         "before its media data; nothing was written.\n"},
+         "processing meta    4 40.00/100.00\n"
+         "source.mp4: its metadata could not be brought up to date: its movie box comes before its media data; "
+         "nothing was written.\n"},
         {"StartAtTheEnd", Source::LowRate, "", "source.mp4 out.mp4 -ss:3",
          "source.mp4: the range -ss:3 holds no frame; nothing was written.\n"},
         {"EndBeforeStart", Source::LowRate, "", "source.mp4 out.mp4 -ss:2 -to:1",

@@ -181,7 +181,8 @@ TEST(EditBatch, AnEmptyBatchWritesNothingAndAClashingOneWritesNothingEither) {
                                                       16)));
     const QVMX::Status clash = m.container.commitEdits();
     ASSERT_FALSE(clash);
-    EXPECT_EQ(clash.failure().text(), L"removeBadLOCI+replaceUdta_Replace: an edit does not fit the movie, or could not be made");
+    EXPECT_EQ(clash.failure().text(),
+              L"removeBadLOCI+replaceUdta_Replace: an edit does not fit the movie, or could not be made");
     EXPECT_EQ(m.bytes(), m.original);
     EXPECT_FALSE(m.temporaryLeft());
 }

@@ -187,8 +187,9 @@ TEST(Dump, LinesIndentByDepthWithEachBoxsFieldsAndGoOnlyWhereTheCallerSays) {
 
     // An unreadable configuration record adds its line to the same output;
     // an SPS's cause shows only its first character, as it always has.
-    const std::pair<Bytes, std::wstring> records[] = {{Bytes("\x01", 1), L"avcc.parse() failed: "},
-                                                      {Bytes("\x01\x42\x00\x1e\xff\xe0\x00", 7), L"avcc.sps_parse() failed: n\n"}};
+    const std::pair<Bytes, std::wstring> records[] = {
+        {Bytes("\x01", 1), L"avcc.parse() failed: "},
+        {Bytes("\x01\x42\x00\x1e\xff\xe0\x00", 7), L"avcc.sps_parse() failed: n\n"}};
     for (const auto& [payload, line] : records) {
         MP4::AVCC avcc(0, 0, payload.size() + 8, MP4::fourcc("avcC"), nullptr);
         avcc.payload = ByteArray(payload.data(), payload.size());
