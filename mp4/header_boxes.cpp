@@ -24,11 +24,9 @@ void readDescribed(B& box, BinFile& file, uint64_t most) {
     box.describe(fields);
 }
 
-// The creation time goes where the box's own description puts it. A box
-// too small to hold the field, or with a 64-bit size, is not written.
+// The creation time goes where the box's own description puts it.
 template <class B>
-bool writeCreationTime(BinFile& file, const B& box, uint64_t time) {
-    if (box.largeSize) return false;
+bool describedCreationTime(const B& box, uint64_t time, FieldBytes& out) {
     B stamped(box);
     stamped.creationTime = time;
     std::vector<uint8_t> bytes;
@@ -37,14 +35,22 @@ bool writeCreationTime(BinFile& file, const B& box, uint64_t time) {
     stamped.describe(fields);
     const Fields::Span at = fields.watched();
     if (!at.found || box.size < box.headerSize() + at.offset + at.size) return false;
-    const uint64_t saved = file.position();
-    file.seek(box.start + box.headerSize() + at.offset);
-    const bool ok = file.writeBytes(bytes.data() + at.offset, at.size);
-    file.seek(saved);
-    return ok;
+    out.offset = at.offset;
+    out.bytes.assign(bytes.begin() + static_cast<long>(at.offset), bytes.begin() + static_cast<long>(at.offset + at.size));
+    return true;
 }
 
 }  // namespace
+
+bool creationTimeField(const MVHD& box, uint64_t time, FieldBytes& out) {
+    return describedCreationTime(box, time, out);
+}
+bool creationTimeField(const TKHD& box, uint64_t time, FieldBytes& out) {
+    return describedCreationTime(box, time, out);
+}
+bool creationTimeField(const MDHD& box, uint64_t time, FieldBytes& out) {
+    return describedCreationTime(box, time, out);
+}
 
 bool MVHD::describe(Fields& f) {
     f.versionAndFlags(version, flags);
@@ -72,10 +78,6 @@ void MVHD::parseBox(BinFile& file, uint64_t end_) {
 void MVHD::dump(const DumpLine& out) const {
     out(QVMX::format(L"MP4: %ls<%ls timeStamp=%lu >\n", indent().c_str(), basicTag().c_str(),
                      static_cast<unsigned long>(creationTime)));
-}
-
-bool MVHD::setTimeStamp(BinFile& file, uint64_t time) const {
-    return writeCreationTime(file, *this, time);
 }
 
 bool TKHD::describe(Fields& f) {
@@ -119,10 +121,6 @@ void TKHD::dump(const DumpLine& out) const {
                      basicTag().c_str(), static_cast<unsigned long>(creationTime), width, height));
 }
 
-bool TKHD::setTimeStamp(BinFile& file, uint64_t time) const {
-    return writeCreationTime(file, *this, time);
-}
-
 bool MDHD::describe(Fields& f) {
     f.versionAndFlags(version, flags);
     const bool wide = version == 1;
@@ -145,10 +143,6 @@ void MDHD::dump(const DumpLine& out) const {
                      indent().c_str(), basicTag().c_str(),
                      static_cast<unsigned long>(creationTime), static_cast<double>(duration),
                      static_cast<double>(timeScale)));
-}
-
-bool MDHD::setTimeStamp(BinFile& file, uint64_t time) const {
-    return writeCreationTime(file, *this, time);
 }
 
 bool HDLR::describe(Fields& f) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "mp4/box.h"
 
@@ -15,8 +16,6 @@ public:
     void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
-    // Writes the creation time (64-bit for version 1, else the low 32 bits).
-    bool setTimeStamp(BinFile& file, uint64_t time) const;
 
     uint8_t version = 0;
     uint32_t flags = 0;
@@ -41,7 +40,6 @@ public:
     void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
-    bool setTimeStamp(BinFile& file, uint64_t time) const;
 
     uint8_t version = 0;
     uint32_t flags = 0;
@@ -69,7 +67,6 @@ public:
     void dump(const DumpLine& out) const override;
     void parseBox(BinFile& file, uint64_t end) override;
     bool describe(Fields& f) override;
-    bool setTimeStamp(BinFile& file, uint64_t time) const;
 
     uint8_t version = 0;
     uint32_t flags = 0;
@@ -80,6 +77,17 @@ public:
     uint16_t language = 0;  // a pad bit and three 5-bit letters
     uint16_t preDefined = 0;
 };
+
+// Where a header's creation time lies, as its own description puts it:
+// the offset in the payload (after the box header) and the bytes that say
+// time there. False when the box is too small to hold the field.
+struct FieldBytes {
+    uint64_t offset = 0;
+    std::vector<uint8_t> bytes;
+};
+bool creationTimeField(const MVHD& box, uint64_t time, FieldBytes& out);
+bool creationTimeField(const TKHD& box, uint64_t time, FieldBytes& out);
+bool creationTimeField(const MDHD& box, uint64_t time, FieldBytes& out);
 
 class HDLR : public BOX {
 public:

@@ -88,37 +88,36 @@ QVMX::Status Container::updateTimeStamp(uint64_t time) {
 }
 
 QVMX::Status Container::timeStampEdits(uint64_t time) {
-    // The creation time is the first field after version and flags, 64 bits
-    // wide in version 1 headers.
+    // Each header's creation time goes where its own description puts it;
+    // a header with a 64-bit size is left as it is.
     std::vector<BoxEdit> edits;
     bool ok = true;
-    auto stamp = [&](const BOX& box, uint8_t version) {
-        const uint64_t width = version == 1 ? 8 : 4;
-        if (box.largeSize || box.size < 12 + width || heldEnd(box) < box.start + 12 + width) {
+    auto stamp = [&](const auto& header) {
+        FieldBytes field;
+        const uint64_t from = header.start + header.headerSize();
+        if (header.largeSize || !creationTimeField(header, time, field) ||
+            heldEnd(header) < from + field.offset + field.bytes.size()) {
             ok = false;
             return;
         }
         BoxEdit e;
-        e.from = e.anchor = box.start + 12;
-        e.to = e.from + width;
-        if (width == 8) {
-            e.bytes.append32be(static_cast<uint32_t>(time >> 32));
-        }
-        e.bytes.append32be(static_cast<uint32_t>(time));
+        e.from = e.anchor = from + field.offset;
+        e.to = e.from + field.bytes.size();
+        e.bytes.append(field.bytes.data(), field.bytes.size());
         edits.push_back(std::move(e));
     };
     bool movieDone = false;
     find("moov.mvhd", [&](BOX& box) {
-        if (const auto* mvhd = dynamic_cast<const MVHD*>(&box); mvhd != nullptr && !movieDone) stamp(box, mvhd->version);
+        if (const auto* mvhd = dynamic_cast<const MVHD*>(&box); mvhd != nullptr && !movieDone) stamp(*mvhd);
         movieDone = true;
         return false;
     });
     find("moov.trak.tkhd", [&](BOX& box) {
-        if (const auto* tkhd = dynamic_cast<const TKHD*>(&box)) stamp(box, tkhd->version);
+        if (const auto* tkhd = dynamic_cast<const TKHD*>(&box)) stamp(*tkhd);
         return true;
     });
     find("moov.trak.mdia.mdhd", [&](BOX& box) {
-        if (const auto* mdhd = dynamic_cast<const MDHD*>(&box)) stamp(box, mdhd->version);
+        if (const auto* mdhd = dynamic_cast<const MDHD*>(&box)) stamp(*mdhd);
         return true;
     });
     // A header too short for its field fails the step.
