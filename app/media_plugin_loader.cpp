@@ -22,7 +22,7 @@ fs::path programFolder() {
 std::vector<fs::path> candidates() {
     const fs::path folder = programFolder();
     if (folder.empty()) return {};
-    const fs::path installed = folder.parent_path() / "lib" / "tavrel" / kMediaPluginFile;
+    const fs::path installed = folder.parent_path() / TAVREL_PLUGIN_FOLDER / kMediaPluginFile;
     const fs::path beside = folder / kMediaPluginFile;
     const fs::path buildTree = folder.parent_path() / "app" / kMediaPluginFile;
     // An installed program names the installed place first when none is found.

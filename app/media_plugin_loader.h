@@ -1,7 +1,8 @@
 #pragma once
 
 // Finds and loads the tavrel-media plug-in, relative to the running program:
-// beside it (the build tree), in ../lib/tavrel (an installed program), or in
+// beside it (the build tree), in ../TAVREL_PLUGIN_FOLDER (an installed
+// program: lib/<architecture>/tavrel, as the build sets it), or in
 // ../app (the build tree's tools).
 #include <string>
 

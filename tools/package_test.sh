@@ -30,12 +30,14 @@ mkdir -p "$work/movies/card"
 "$build/tools/tavrel-make-demo" "$work/movies/card/K0001.MP4" >"$work/make-demo.log" 2>&1 &
 maker=$!
 
-# What a plain install holds, and nothing else.
+# What a plain install holds, and nothing else. The plug-in's folder is
+# private, in the library folder of the architecture.
+plugins=lib/$(gcc -print-multiarch)/tavrel
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
 expected="bin/tavrel
 bin/tavrel-batch
 bin/tavrel-dump
-lib/tavrel/tavrel-media.so
+$plugins/tavrel-media.so
 share/bash-completion/completions/tavrel
 share/bash-completion/completions/tavrel-batch
 share/bash-completion/completions/tavrel-dump
@@ -100,5 +102,5 @@ done
 
 $SUDO apt-get purge -y -qq tavrel >"$work/apt.log" 2>&1 || fail "apt-get could not purge the package: $(cat "$work/apt.log")"
 installed=0
-[[ ! -e /usr/bin/tavrel && ! -e /usr/lib/tavrel ]] || fail "the purge left files behind"
+[[ ! -e /usr/bin/tavrel && ! -e /usr/$plugins ]] || fail "the purge left files behind"
 echo "package test: passed in $SECONDS s"

@@ -68,7 +68,7 @@ TEST(MediaLibraries, LoadedOnlyByRunsThatDecodeOrEncode) {
     EXPECT_TRUE(thumbnail.loaded("libturbojpeg"));
 }
 
-// The plug-in is found beside the program, or in ../lib/tavrel as installed;
+// The plug-in is found beside the program, or in its installed folder;
 // a run that needs it and finds none names the file it looked for.
 TEST(MediaLibraries, PluginPlaces) {
     const fs::path plugin = tavrelExecutable().parent_path() / "tavrel-media.so";
@@ -77,10 +77,10 @@ TEST(MediaLibraries, PluginPlaces) {
     const fs::path installed = older.file("usr");
     fs::create_directories(alone);
     fs::create_directories(installed / "bin");
-    fs::create_directories(installed / "lib/tavrel");
+    fs::create_directories(installed / TAVREL_PLUGIN_FOLDER);
     fs::copy_file(tavrelExecutable(), alone / "tavrel");
     fs::copy_file(tavrelExecutable(), installed / "bin/tavrel");
-    fs::copy_file(plugin, installed / "lib/tavrel/tavrel-media.so");
+    fs::copy_file(plugin, installed / TAVREL_PLUGIN_FOLDER / "tavrel-media.so");
 
     const TracedRun metadata = traced(alone / "tavrel", older.dir(), "source.mp4 out.mp4");
     EXPECT_EQ(metadata.status, 0) << metadata.output;

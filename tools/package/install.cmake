@@ -12,10 +12,10 @@ if(TARGET tavrel)
 endif()
 install(TARGETS ${tavrel_installed_programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-# The plug-in is found relative to the programs, at <bin>/../lib/tavrel, so
-# its folder is "lib" whatever the system's library folder is.
+# The plug-in is found relative to the programs, at <bin>/../ and the folder
+# the loader was built with, whatever the prefix.
 if(TARGET tavrel-media)
-  install(TARGETS tavrel-media LIBRARY DESTINATION lib/tavrel)
+  install(TARGETS tavrel-media LIBRARY DESTINATION ${TAVREL_PLUGIN_FOLDER})
 endif()
 
 foreach(program IN LISTS tavrel_installed_programs)
