@@ -115,7 +115,7 @@ bool Container::followChunks(BinFile& file, const OffsetMap& where, const std::v
                            [table](const ByteRange& r) { return r.from <= table->start && table->start < r.to; });
     });
     return mapChunkOffsets(file, tables, where) && followFragmentIndex(file, where) &&
-           followFragmentBases(file, where);
+           followFragmentBases(file, where) && followAuxInfoOffsets(file, where, settled);
 }
 
 }  // namespace MP4

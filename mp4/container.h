@@ -86,6 +86,9 @@ public:
     bool followFragmentIndex(BinFile& file, const OffsetMap& where);
     // The absolute base data offsets of the track fragments, the same way.
     bool followFragmentBases(BinFile& file, const OffsetMap& where);
+    // The absolute offsets of the sample tables' auxiliary information
+    // (saio), the same way; tables in a settled range are left.
+    bool followAuxInfoOffsets(BinFile& file, const OffsetMap& where, const std::vector<ByteRange>& settled = {});
 
     // Rewrites made between these two go into the file in one copy: each
     // operation only records its edits, and commitEdits writes them all.

@@ -150,6 +150,44 @@ TEST_P(ToolMadeLayout, MetadataPathKeepsEveryPacket) {
 INSTANTIATE_TEST_SUITE_P(Layouts, ToolMadeLayout, testing::ValuesIn(toolLayouts()),
                          [](const auto& p) { return p.param.name; });
 
+// An encrypted movie as ffmpeg writes it: the sample auxiliary information
+// (the initialisation vectors) lies in the movie box and is found through
+// saio tables of absolute offsets, which must point at the same bytes in
+// the output, as a player that decrypts through them reads them.
+TEST(EncryptedMovie, AuxiliaryInformationIsFoundAtItsNewPlace) {
+    Workspace work;
+    std::filesystem::copy_file(sourceMovie(Source::Plain), work.file("in.mp4"));
+    const auto made = testsupport::runCommand(
+        "cd " + shellQuote(work.dir().string()) +
+            " && ffmpeg -nostdin -v error -i in.mp4 -map 0 -c copy -encryption_scheme cenc-aes-ctr"
+            " -encryption_key 76a6c65c5ea762046bd749a2e632ccbb -encryption_kid a7e61c373e219033c21091fa607bf3b8"
+            " encrypted.mp4 && rm in.mp4",
+        true);
+    ASSERT_EQ(made.status, 0) << made.output;
+    work.adopt("encrypted.mp4");
+    expectKept(work);
+    // The 16 bytes at each offset of each table.
+    auto pointedAt = [](const std::string& file) {
+        const std::string bytes = readFile(file);
+        std::vector<std::string> found;
+        const std::vector<Box> top = walkBoxes(bytes);
+        for (const Box* saio : findBoxes(top, "moov.trak.mdia.minf.stbl.saio")) {
+            const std::string p = payloadOf(bytes, *saio);
+            const size_t countAt = 4 + ((readBE32(p, 0) & 1) ? 8 : 0);
+            const bool wide = p[0] != 0;
+            for (uint32_t i = 0; i < readBE32(p, countAt); ++i) {
+                uint64_t offset = readBE32(p, countAt + 4 + i * (wide ? 8 : 4));
+                if (wide) offset = offset << 32 | readBE32(p, countAt + 8 + i * 8);
+                found.push_back(bytes.substr(offset, 16));
+            }
+        }
+        return found;
+    };
+    const auto before = pointedAt(work.source().string());
+    ASSERT_FALSE(before.empty()) << "ffmpeg wrote no saio";
+    EXPECT_EQ(pointedAt(work.output().string()), before);
+}
+
 // Slow: a movie over 4 GiB with its movie box last, made sparse: a free box
 // of 4.25 GiB, left unwritten, lies between its two media-data boxes, so the
 // second one's chunk offsets need 64 bits.
