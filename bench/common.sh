@@ -28,3 +28,30 @@ big_movie() {
     -fs $((mib * 1024 * 1024)) "$out"
   rm -f "$clip"
 }
+
+# Stops the benchmark unless $work has MIB MiB free: need_space MIB
+need_space() {
+  local avail
+  avail=$(df -m --output=avail "$work" | tail -1)
+  if ((avail < $1)); then
+    echo "needs $1 MiB free in $work; $avail MiB are"
+    exit 1
+  fi
+}
+
+# Stream, times, size and hash of every packet of a movie: the side data is
+# left out, since a spherical box gives the first video packet some.
+packets() { ffmpeg -nostdin -v quiet -i "$1" -map 0 -c copy -f framemd5 - | grep -v '^#' | cut -d, -f1-6 | md5sum; }
+
+# The median or the fastest of one contender's runs in a compare.py result:
+#   run_time RESULT.json LABEL median|fastest
+run_time() {
+  python3 -c 'import json, sys; r = json.load(open(sys.argv[1]))[sys.argv[2]]; print(r["seconds"] if sys.argv[3] == "median" else min(r["times"]))' "$@"
+}
+
+# Every run's seconds, in order: the spread says how far to trust a median.
+spread() {
+  python3 -c 'import json, sys
+for label, r in json.load(open(sys.argv[1])).items():
+    print(f"{label:>24}: runs " + " ".join(f"{t:.3f}" for t in r["times"]))' "$1"
+}

@@ -23,12 +23,7 @@ prepare_bench tavrel camera-dress
 
 # At most four movies of MIB at a time: the encoded one, the dressed one,
 # and an output beside its temporary rewrite.
-need=$((4 * mib + 256))
-avail=$(df -m --output=avail "$work" | tail -1)
-if ((avail < need)); then
-  echo "needs $need MiB free in $work; $avail MiB are"
-  exit 1
-fi
+need_space $((4 * mib + 256))
 python3 bench/fresh_memory.py 256
 
 # A 2:1 movie; the dressing expects the movie box last.
@@ -43,17 +38,6 @@ out=$work/out.mp4
 before="rm -f $out $out.tmp.mp4; sync"
 results=$work/results.txt
 
-# Stream, times, size and hash of every packet: the side data is left out,
-# since a spherical box gives the first video packet some.
-packets() { ffmpeg -nostdin -v quiet -i "$1" -map 0 -c copy -f framemd5 - | grep -v '^#' | cut -d, -f1-6 | md5sum; }
-median() { python3 -c 'import json, sys; print(json.load(open(sys.argv[1]))[sys.argv[2]]["seconds"])' "$@"; }
-fastest() { python3 -c 'import json, sys; print(min(json.load(open(sys.argv[1]))[sys.argv[2]]["times"]))' "$@"; }
-# Every run's seconds, in order: the spread says how far to trust a median.
-spread() {
-  python3 -c 'import json, sys
-for label, r in json.load(open(sys.argv[1])).items():
-    print(f"{label:>24}: runs " + " ".join(f"{t:.2f}" for t in r["times"]))' "$1"
-}
 
 for layout in older-mdat-first older-moov-first newest; do
   echo "== $layout"
@@ -98,8 +82,8 @@ for layout in older-mdat-first older-moov-first newest; do
 
   {
     echo -n "$layout"
-    for label in tavrel cp cp-chain ffmpeg; do echo -n " $(median "$work/times.json" "$label")"; done
-    echo " $copies $written $peak $kept $(fastest "$work/times.json" tavrel) $(fastest "$work/times.json" cp)"
+    for label in tavrel cp cp-chain ffmpeg; do echo -n " $(run_time "$work/times.json" "$label" median)"; done
+    echo " $copies $written $peak $kept $(run_time "$work/times.json" tavrel fastest) $(run_time "$work/times.json" cp fastest)"
   } >>"$results"
   eval "$before"
   rm -f "$src"

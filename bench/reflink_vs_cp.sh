@@ -34,12 +34,7 @@ trap 'exit 130' INT TERM HUP
 
 # The encoded movie (on the ordinary file system), the dressed source, the
 # output and cp's copy of it.
-need=$((4 * mib + 512))
-avail=$(df -m --output=avail "$work" | tail -1)
-if ((avail < need)); then
-  echo "needs $need MiB free in $work; $avail MiB are"
-  exit 1
-fi
+need_space $((4 * mib + 512))
 truncate -s $((3 * mib + 512))M "$image"
 mkfs.xfs -q -m reflink=1 "$image"
 mkdir "$mnt"
@@ -56,13 +51,6 @@ out=$mnt/out.mp4
 before="rm -f $out; sync"
 results=$work/results.txt
 
-packets() { ffmpeg -nostdin -v quiet -i "$1" -map 0 -c copy -f framemd5 - | grep -v '^#' | cut -d, -f1-6 | md5sum; }
-field() { python3 -c 'import json, sys; r = json.load(open(sys.argv[1]))[sys.argv[2]]; print(r["seconds"] if sys.argv[3] == "median" else min(r["times"]))' "$@"; }
-spread() {
-  python3 -c 'import json, sys
-for label, r in json.load(open(sys.argv[1])).items():
-    print(f"{label:>10}: runs " + " ".join(f"{t:.3f}" for t in r["times"]))' "$1"
-}
 # Blocks of a file in extents filefrag flags "shared", and all its blocks.
 shared_blocks() {
   filefrag -v "$1" | awk -F: '/^ *[0-9]+:/ { split($4, n, " "); total += n[1]; if ($0 ~ /shared/) shared += n[1] }
@@ -91,8 +79,8 @@ for layout in older-mdat-first older-moov-first newest; do
     tavrel "$tavrel $src $out" \
     cp "cp --reflink=never $src $out"
   spread "$work/times.json"
-  echo "$layout $(field "$work/times.json" tavrel median) $(field "$work/times.json" cp median)" \
-    "$(field "$work/times.json" tavrel fastest) $(field "$work/times.json" cp fastest) $shared $total $kept" >>"$results"
+  echo "$layout $(run_time "$work/times.json" tavrel median) $(run_time "$work/times.json" cp median)" \
+    "$(run_time "$work/times.json" tavrel fastest) $(run_time "$work/times.json" cp fastest) $shared $total $kept" >>"$results"
   eval "$before"
   rm -f "$src"
 done
