@@ -182,6 +182,15 @@ void NestedBox::if_not_found(const char* path, const std::function<void()>& fn) 
     if (!found) fn();
 }
 
+bool readPayload(BinFile& file, const BOX& box, uint64_t largest, std::vector<uint8_t>& out) {
+    const uint64_t header = box.headerSize();
+    if (box.size < header || box.size - header > largest || box.end() > file.length()) return false;
+    out.resize(static_cast<size_t>(box.size - header));
+    file.setLimit(BinFile::kNoLimit);
+    file.seek(box.start + header);
+    return file.readBytes(out.data(), out.size());
+}
+
 uint32_t readBE32(const uint8_t* p) {
     return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
 }

@@ -125,4 +125,8 @@ public:
 uint32_t readBE32(const uint8_t* p);
 uint64_t readBE64(const uint8_t* p);
 
+// The payload of a small box (after its header) read into out; false when
+// it is larger than largest bytes, runs past the file or cannot be read.
+bool readPayload(BinFile& file, const BOX& box, uint64_t largest, std::vector<uint8_t>& out);
+
 }  // namespace MP4

@@ -17,16 +17,11 @@ constexpr uint64_t kLargestFragmentHeader = 16u << 20;
 
 bool Container::followFragmentBases(BinFile& file, const OffsetMap& where) {
     if (!root_) return true;
-    file.setLimit(BinFile::kNoLimit);
     for (const auto& child : root_->children) {
         if (!child->isType(fourcc("moof"))) continue;
+        std::vector<uint8_t> payload;
+        if (!readPayload(file, *child, kLargestFragmentHeader, payload)) return false;
         const uint64_t header = child->headerSize();
-        if (child->size < header || child->size - header > kLargestFragmentHeader || child->end() > file.length()) {
-            return false;
-        }
-        std::vector<uint8_t> payload(static_cast<size_t>(child->size - header));
-        file.seek(child->start + header);
-        if (!file.readBytes(payload.data(), payload.size())) return false;
         std::vector<size_t> bases;
         if (!explicitBaseOffsets(payload, bases)) return false;
         for (const size_t at : bases) {

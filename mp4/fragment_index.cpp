@@ -15,14 +15,6 @@ namespace {
 // Larger random-access indexes than this are not rewritten in memory.
 constexpr uint64_t kLargestIndex = 64ull << 20;
 
-bool readBox(BinFile& file, const BOX& box, std::vector<uint8_t>& bytes) {
-    if (box.size > kLargestIndex || box.end() > file.length()) return false;
-    bytes.resize(static_cast<size_t>(box.size));
-    file.setLimit(BinFile::kNoLimit);
-    file.seek(box.start);
-    return file.readBytes(bytes.data(), box.size);
-}
-
 uint64_t readField(const uint8_t* p, size_t width) {
     uint64_t v = 0;
     for (size_t i = 0; i < width; ++i) v = (v << 8) | p[i];
@@ -61,9 +53,9 @@ bool Container::followFragmentIndex(BinFile& file, const OffsetMap& where) {
     for (const auto& child : root_->children) {
         if (!child->isType(fourcc("mfra")) || child->largeSize) continue;
         std::vector<uint8_t> bytes;
-        if (!readBox(file, *child, bytes)) return false;
-        // Each tfra is mapped in the copy; the box is written back whole.
-        for (size_t at = 8; at + 8 <= bytes.size();) {
+        if (!readPayload(file, *child, kLargestIndex, bytes)) return false;
+        // Each tfra is mapped in the copy; the payload is written back whole.
+        for (size_t at = 0; at + 8 <= bytes.size();) {
             const uint64_t size = readField(bytes.data() + at, 4);
             if (size < 8 || size > bytes.size() - at) return false;
             if (std::equal(bytes.begin() + long(at + 4), bytes.begin() + long(at + 8), "tfra") &&
@@ -72,7 +64,7 @@ bool Container::followFragmentIndex(BinFile& file, const OffsetMap& where) {
             }
             at += static_cast<size_t>(size);
         }
-        file.seek(child->start);
+        file.seek(child->start + child->headerSize());
         if (!file.writeBytes(bytes.data(), bytes.size())) return false;
     }
     return true;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "foundation/wchar.h"
+#include "mp4/aux_info_offsets.h"
 #include "mp4/box_edits.h"
 #include "mp4/container_boxes.h"
 #include "mp4/header_boxes.h"
@@ -43,6 +44,14 @@ public:
             return {};
         }
         return " points at bytes that belong to no box";
+    }
+
+    // Whether offset lies in the payload of a top-level box, the movie box
+    // included.
+    bool holds(uint64_t offset) const {
+        return std::any_of(boxes_.begin(), boxes_.end(), [offset](const BOX* box) {
+            return offset >= box->start + box->headerSize() && offset < box->end();
+        });
     }
 
 private:
@@ -97,10 +106,37 @@ private:
     uint64_t done_ = 0;
 };
 
+// Payload bytes of a box, for the small boxes of a fragment or a table.
+bool payloadOf(BinFile& file, const BOX& box, std::vector<uint8_t>& out) {
+    return readPayload(file, box, 1u << 24, out);
+}
+
+// A track's auxiliary-information tables (saio) must add up and point at
+// bytes inside a box of the file, which a rewrite can follow.
+std::string auxInfoProblem(BinFile& file, const TopLevel& top, const BOX& stbl, const std::string& subject) {
+    const auto* nested = dynamic_cast<const NestedBox*>(&stbl);
+    if (nested == nullptr) return {};
+    for (const auto& table : nested->children) {
+        if (!table->isType(fourcc("saio"))) continue;
+        std::vector<uint8_t> payload;
+        AuxInfoOffsets offsets;
+        if (!payloadOf(file, *table, payload) || !auxInfoOffsets(payload, offsets)) {
+            return subject + "'s auxiliary-information table is damaged";
+        }
+        for (uint64_t i = 0; i < offsets.count; ++i) {
+            const uint64_t offset = offsets.read(payload, i);
+            if (offset >= file.length()) return subject + "'s auxiliary information" + kTruncated;
+            if (!top.holds(offset)) return subject + "'s auxiliary information lies outside every box";
+        }
+    }
+    return {};
+}
+
 std::string trackProblem(BinFile& file, const TopLevel& top, const BOX& trak, size_t number) {
     const std::string subject = trackText(number);
     const BOX* stbl = child<BOX>(child<BOX>(child<BOX>(&trak, fourcc("mdia")), fourcc("minf")), fourcc("stbl"));
     if (stbl == nullptr) return {};
+    if (std::string aux = auxInfoProblem(file, top, *stbl, subject); !aux.empty()) return aux;
     const auto* stco = child<STCO>(stbl, fourcc("stco"));
     if (stco == nullptr) stco = child<STCO>(stbl, fourcc("co64"));
     const auto* stsc = child<STSC>(stbl, fourcc("stsc"));
@@ -154,16 +190,6 @@ std::string trackProblem(BinFile& file, const TopLevel& top, const BOX& trak, si
         if (timed != sample) return subject + "'s sample tables disagree on its number of samples";
     }
     return {};
-}
-
-// Payload bytes of a box, for the small boxes of a fragment.
-bool payloadOf(BinFile& file, const BOX& box, std::vector<uint8_t>& out) {
-    const uint64_t size = box.size - box.headerSize();
-    if (box.size < box.headerSize() || size > (1u << 24) || box.end() > file.length()) return false;
-    out.resize(static_cast<size_t>(size));
-    file.setLimit(BinFile::kNoLimit);
-    file.seek(box.start + box.headerSize());
-    return file.readBytes(out.data(), size);
 }
 
 // Reads big-endian numbers from bytes [at, end) of a payload; a read past

@@ -108,3 +108,21 @@ TEST(Soundness, FragmentsMustBeWhole) {
     broken.replace(broken.find("traf") - 4, 4, be32(0xFFFF));
     EXPECT_TRUE(contains(problemOf(broken), "damaged"));
 }
+
+TEST(Soundness, AuxiliaryInformationMustBeFoundInTheFile) {
+    // A track whose sample table finds its auxiliary information (as an
+    // encrypted track its initialisation vectors) at absolute offsets.
+    auto movie = [](uint32_t count, int64_t from) {
+        auto head = [count](uint32_t offset) {
+            const Bytes saio = fullBox("saio", 0, 0, be32(count) + be32(offset));
+            return box("ftyp", "isom") +
+                   box("moov", mvhd(0, 0, 1000, 0) + box("trak", box("mdia", box("minf", box("stbl", saio)))));
+        };
+        const uint64_t payload = head(0).size() + 8;
+        return head(uint32_t(int64_t(payload) + from)) + box("mdat", "initialisation vectors");
+    };
+    EXPECT_EQ(problemOf(movie(1, 0)), "");
+    EXPECT_TRUE(contains(problemOf(movie(1, 100)), "track 1's auxiliary information points past the end"));
+    EXPECT_TRUE(contains(problemOf(movie(1, -4)), "track 1's auxiliary information lies outside every box"));
+    EXPECT_TRUE(contains(problemOf(movie(3, 0)), "track 1's auxiliary-information table is damaged"));
+}
